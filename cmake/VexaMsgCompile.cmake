@@ -1,0 +1,27 @@
+# How everything of ours is compiled: the language level, the warnings, the sanitizers.
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(vexamsg_compile INTERFACE)
+target_compile_definitions(vexamsg_compile INTERFACE _GNU_SOURCE)
+target_compile_options(vexamsg_compile INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wundef -Wformat=2
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+    $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes>
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<BOOL:${VEXAMSG_WERROR}>:-Werror>)
+
+# Sanitizers and coverage hold for the whole tree: a half-instrumented process reports nonsense.
+if(VEXAMSG_SANITIZE)
+    add_compile_options(-fsanitize=${VEXAMSG_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VEXAMSG_SANITIZE})
+endif()
+if(VEXAMSG_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

@@ -1,0 +1,45 @@
+# The options a builder may set. What needs more than libev is on when its needs are met, and says by
+# name what is missing when it is not.
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+option(VEXAMSG_RECLAIM_QUEUE_COPIES
+    "Release a queued message's copy when it leaves its queue, for nodes that run for days" OFF)
+option(VEXAMSG_WERROR "Treat warnings as errors" OFF)
+set(VEXAMSG_MSGLOG "" CACHE FILEPATH
+    "Log library to link in place of the stand-in libmsglog.so (it must define ControlLog and ControlLogInit)")
+set(VEXAMSG_SANITIZE "" CACHE STRING "Sanitizers to build everything with: address,undefined or thread")
+option(VEXAMSG_COVERAGE "Instrument for line coverage (gcov)" OFF)
+
+# vexamsg_part(<option> <help text> <package> <Debian package> ...): an option that is on by default when
+# each package is found, and off with a line naming what to install when one is not.
+function(vexamsg_part option help)
+    set(missing "")
+    set(rest ${ARGN})
+    while(rest)
+        list(POP_FRONT rest package debian)
+        find_package(${package} QUIET)
+        if(NOT ${package}_FOUND)
+            string(APPEND missing " ${debian}")
+        endif()
+    endwhile()
+    if(missing)
+        set(default OFF)
+    else()
+        set(default ON)
+    endif()
+    option(${option} "${help}" ${default})
+    if(missing)
+        if(${option})
+            message(FATAL_ERROR "${option} needs packages that are not installed:${missing}")
+        endif()
+        message(STATUS "${option} is off; missing:${missing}")
+    endif()
+endfunction()
+
+vexamsg_part(VEXAMSG_BUILD_TOOLS "Build the program vexa and the demo"
+    CLI11 libcli11-dev fmt libfmt-dev nlohmann_json nlohmann-json3-dev)
+vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest libgtest-dev)
+option(VEXAMSG_BUILD_EXAMPLES "Build the example programs" ON)
