@@ -1,6 +1,7 @@
 /**
  * @file
- * Messages around the node table: the UNREGISTER with which a node leaves, and sending a node's record to another.
+ * Messages around the node table: the UNREGISTER with which a node leaves, and sending a node's record to
+ * another.
  *
  *     uint8_t room[16 + 58];
  *     buid_unregist_msg((vx_msg_head_t *)room);
@@ -31,8 +32,8 @@ VEXAMSG_API void buid_unregist_msg(vx_msg_head_t *msg);
  * @param src_node_id  whose record, 0 to 127; also the message's `src`
  * @param dst_node_id  who gets it, 0 to 127
  * @param msg_type     the message's kind, its low 8 bits
- * @return 0, whatever the network did with it; -1 (logged) when the table has no such record or the destination is
- *         not active
+ * @return 0, whatever the network did with it; -1 (logged) when the table has no such record or the
+ * destination is not active
  * @par Threads  Any thread. May wait while the socket's send buffer is full.
  */
 VEXAMSG_API int send_node_info(int fd, uint16_t src_node_id, uint16_t dst_node_id, int msg_type);

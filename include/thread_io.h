@@ -1,8 +1,9 @@
 /**
  * @file
- * The I/O thread: one per process, it receives every datagram for the node, hands it to where it belongs, and sends
- * what other threads have put into the transmit queue. Other threads wake it with a byte in a pipe. Beside it runs the
- * registration worker, which sends REGISTER to the node manager every second until accepted, then every 10 s.
+ * The I/O thread: one per process, it receives every datagram for the node, hands it to where it belongs, and
+ * sends what other threads have put into the transmit queue. Other threads wake it with a byte in a pipe.
+ * Beside it runs the registration worker, which sends REGISTER to the node manager every second until
+ * accepted, then every 10 s.
  *
  *     pthread_create(&tid, NULL, msg_io_thread, &context);
  *     ... io_pool_tx_put(msg); write(context.pipefd[1], "g", 1); ...
@@ -37,16 +38,16 @@ typedef struct {
 } thr_in_data_t;
 
 /**
- * Body of the I/O thread. Ends by pthread_exit after the node has unregistered, or returns NULL when there is no event
- * loop.
+ * Body of the I/O thread. Ends by pthread_exit after the node has unregistered, or returns NULL when there is
+ * no event loop.
  * @param data  a thr_in_data_t; must live until the thread has been joined
  * @par Threads  Runs on a thread of its own, one at a time.
  */
 VEXAMSG_API void *msg_io_thread(void *data);
 
 /**
- * Handles one datagram: checks it and passes it to the receive queue, the callback, the node table or the heartbeat
- * frame. What is not well formed is dropped with a log line.
+ * Handles one datagram: checks it and passes it to the receive queue, the callback, the node table or the
+ * heartbeat frame. What is not well formed is dropped with a log line.
  * @param sio     the reader that received it; may be NULL
  * @param msg_in  the bytes that arrived, aligned as a vx_msg_head_t; changed in place
  * @param len     how many arrived [bytes]; nothing beyond is read
@@ -55,8 +56,8 @@ VEXAMSG_API void *msg_io_thread(void *data);
 VEXAMSG_API void thrio_proc_message(socket_io_t *sio, void *msg_in, int len);
 
 /**
- * Whether a message's sender and destination are acceptable here. The proxy accepts every message; others want both
- * ids below 128, or a broadcast.
+ * Whether a message's sender and destination are acceptable here. The proxy accepts every message; others
+ * want both ids below 128, or a broadcast.
  * @return 0 to accept, -1 to drop (logged)
  * @par Threads  Any thread.
  */
@@ -71,8 +72,8 @@ int msg_check(const vx_msg_head_t *msg);
 void on_write(struct ev_loop *loop, ev_io *watcher, int events);
 
 /**
- * Sends a message to every active node from 1 up to, not including, its `src`. Its `dst` is left at the last target.
- * Its payload of `data_length` bytes follows it.
+ * Sends a message to every active node from 1 up to, not including, its `src`. Its `dst` is left at the last
+ * target. Its payload of `data_length` bytes follows it.
  */
 void thrio_send_brocast(vx_msg_head_t *msg);
 
@@ -85,10 +86,12 @@ void thrio_prepare(void);
 /** No REGISTER leaves any more once this has returned. */
 void thrio_stop_registering(void);
 
-/** The UNREGISTER has been queued: the I/O thread ends after its next round, whatever became of the message. */
+/** The UNREGISTER has been queued: the I/O thread ends after its next round, whatever became of the message.
+ */
 void thrio_request_leave(void);
 
-/** Joins the registration worker, stops the watchers, closes the socket. After the I/O thread has been joined. */
+/** Joins the registration worker, stops the watchers, closes the socket. After the I/O thread has been
+ * joined. */
 void thrio_cleanup(thr_in_data_t *context);
 
 /** Whether the caller is one of the library's threads, the callback's among them. */

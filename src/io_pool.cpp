@@ -1,8 +1,8 @@
 // The transmit and the receive queue.
 //
-// Application threads put into the transmit queue and read the receive queue, the I/O thread does the opposite. Each
-// operation holds one queue's lock for its walk or copy, never both. The gates keep locks and lists alive while
-// somebody uses them, so that the pool may be released at any moment.
+// Application threads put into the transmit queue and read the receive queue, the I/O thread does the
+// opposite. Each operation holds one queue's lock for its walk or copy, never both. The gates keep locks and
+// lists alive while somebody uses them, so that the pool may be released at any moment.
 #include "io_pool.h"
 
 #include "log_throttle.h"
@@ -34,13 +34,14 @@ struct io_pool_ctx_t {
 };
 
 constinit io_pool_ctx_t ioctx{};
-constinit std::mutex lifecycle;                   // held by init and deinit, whose own state follows
-constinit bool inited = false;                    // some io_pool_init has succeeded; stays after a deinit
-constinit usage_gate rx_gate;                     // open while the receive queue and its lock exist
-constinit usage_gate tx_gate;                     // the same for the transmit queue
+constinit std::mutex lifecycle; // held by init and deinit, whose own state follows
+constinit bool inited = false;  // some io_pool_init has succeeded; stays after a deinit
+constinit usage_gate rx_gate;   // open while the receive queue and its lock exist
+constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
-constinit bool tx_closed VX_TSA(guarded_by(ioctx.txlck)) = false; // the last message before the next init is in
+constinit bool
+    tx_closed VX_TSA(guarded_by(ioctx.txlck)) = false; // the last message before the next init is in
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -70,7 +71,8 @@ void copy_message(void *room, const vx_msg_head_t *msg) {
     memset(static_cast<uint8_t *>(room) + size_of(msg), 0, room_of(msg) - size_of(msg));
 }
 
-/// The copies that this makes are not released unless the build says so: what has been queued stays in memory.
+/// The copies that this makes are not released unless the build says so: what has been queued stays in
+/// memory.
 __attribute__((noinline)) void *list_node_dup(void *value) {
     const auto *msg = static_cast<const vx_msg_head_t *>(value);
     if (size_of(msg) > k_long_message) {
@@ -101,7 +103,8 @@ list_t *create_queue() {
 }
 
 void append(list_t *queue, const vx_msg_head_t *msg) {
-    // The list hands the value to list_node_dup, which only reads it. A copy that cannot be made is logged there.
+    // The list hands the value to list_node_dup, which only reads it. A copy that cannot be made is logged
+    // there.
     (void)list_add_node_tail(queue, const_cast<vx_msg_head_t *>(msg));
 }
 
@@ -192,7 +195,8 @@ int refuse_tx(const vx_msg_head_t *msg) {
 
 void append_tx(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.txlck)) {
     if (ioctx.sock_txq->len > k_most_queued) {
-        VX_LOG_AS("io_pool_tx_put", WARN, "node %u, rxq overstocked, drop the oldest one\n", nmapping_self_node_id());
+        VX_LOG_AS("io_pool_tx_put", WARN, "node %u, rxq overstocked, drop the oldest one\n",
+                  nmapping_self_node_id());
         list_pop_head(ioctx.sock_txq);
     }
     append(ioctx.sock_txq, msg);

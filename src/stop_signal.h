@@ -1,7 +1,7 @@
 /**
  * @file
- * A wait that can be cut short: how the threads that mostly sleep learn that they are to end. The waits run on
- * the monotonic clock, so stepping the wall clock changes no period.
+ * A wait that can be cut short: how the threads that mostly sleep learn that they are to end. The waits run
+ * on the monotonic clock, so stepping the wall clock changes no period.
  *
  * Made of plain pthread parts that nothing destroys: a program that exits while a thread still waits must not
  * hang in a destructor.

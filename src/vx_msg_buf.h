@@ -12,7 +12,9 @@ struct vx_msg_buf {
     uint8_t payload[VX_MSG_BUFFER_SIZE - VX_MSG_HEAD_SIZE];
 
     /// The message as the queues take it: a header that its payload follows.
-    [[nodiscard]] const vx_msg_head_t *message() const { return reinterpret_cast<const vx_msg_head_t *>(this); }
+    [[nodiscard]] const vx_msg_head_t *message() const {
+        return reinterpret_cast<const vx_msg_head_t *>(this);
+    }
     [[nodiscard]] vx_msg_head_t *message() { return reinterpret_cast<vx_msg_head_t *>(this); }
     [[nodiscard]] uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this); }
 };
