@@ -1,5 +1,6 @@
 // The program vexa: the other ends of the bus, for a desk without an aircraft. Each subcommand stands in
 // files of its own; this one knows their names only.
+#include "manager_command.h"
 #include "subcommand.h"
 
 #include <exception>
@@ -12,7 +13,7 @@ using vexa::add_subcommand;
 
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
-    static const std::vector<add_subcommand> all = {};
+    static const std::vector<add_subcommand> all = {vexa::add_manager_command};
     return all;
 }
 
@@ -21,9 +22,8 @@ int run(int argc, char **argv) {
     CLI::App app{"The other ends of the vision computer's message bus, for a bench without an aircraft.",
                  "vexa"};
     app.set_version_flag("--version", "vexa " VEXA_VERSION);
-    app.footer(
-        "\nExit status: 0 done, 1 failed, 2 wrong usage.\n'vexa SUBCOMMAND --help' shows a subcommand's "
-        "options and an example.");
+    app.footer("Exit status: 0 done, 1 failed, 2 wrong usage.\n'vexa SUBCOMMAND --help' shows a subcommand's "
+               "options and an example.");
     app.require_subcommand(1);
     for (const add_subcommand add : subcommands()) {
         add(app, status);
