@@ -6,6 +6,8 @@
 #ifndef VEXAMSG_EXPORT_H
 #define VEXAMSG_EXPORT_H
 
+#include <stdint.h>
+
 /** Marks what the shared library exports; everything else in it is hidden. */
 #define VEXAMSG_API __attribute__((visibility("default")))
 
