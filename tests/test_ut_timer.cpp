@@ -306,11 +306,11 @@ TEST(UtTimer, OneStoppedWhenAlreadyDueFiresAtOnceWhenStarted) {
     ut_timer_set(
         &slow, 0.001, false,
         [](ut_timer *, void *) {
-            work_for(0.1);
+            ut_timer_start(&due);
+            work_for(0.1); // it is due before this callback returns
             ut_timer_stop(&due);
         },
         nullptr);
-    ut_timer_start(&due);
     ut_timer_start(&slow);
     ut_loop_run();
     ASSERT_EQ(fired, 0);
