@@ -301,13 +301,13 @@ TEST(UtTimer, TheTimeOfASlowCallbackIsNotGivenBackByAStop) {
 TEST(UtTimer, OneStoppedWhenAlreadyDueFiresAtOnceWhenStarted) {
     static int fired = 0;
     static ut_timer due{};
-    ut_timer_set(&due, 0.02, false, count, &fired);
+    ut_timer_set(&due, 0.2, false, count, &fired);
     ut_timer slow{};
     ut_timer_set(
         &slow, 0.001, false,
         [](ut_timer *, void *) {
             ut_timer_start(&due);
-            work_for(0.1); // it is due before this callback returns
+            work_for(0.3); // it is due before this callback returns
             ut_timer_stop(&due);
         },
         nullptr);
@@ -315,7 +315,7 @@ TEST(UtTimer, OneStoppedWhenAlreadyDueFiresAtOnceWhenStarted) {
     ut_loop_run();
     ASSERT_EQ(fired, 0);
     ut_timer_start(&due);
-    EXPECT_LT(ut_timer_remaining(&due), 0.02 / 2); // not the whole interval: it never expired
+    EXPECT_LT(ut_timer_remaining(&due), 0.2 / 2); // not the whole interval: it never expired
     ut_loop_run();
     EXPECT_EQ(fired, 1);
 }
