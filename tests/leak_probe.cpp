@@ -1,5 +1,5 @@
-// Loses memory on purpose, so that the tests know what the leak checker sees and what it forgives. Not a test of
-// its own: run by CTest with the word that says where to lose it.
+// Loses memory on purpose, so that the tests know what the leak checker sees and what it forgives. Not a test
+// of its own: run by CTest with the word that says where to lose it.
 //
 //     leak_probe queues      messages pass the queues, whose copies are kept unless the build gives them back
 //     leak_probe elsewhere   blocks that nobody points to any more
