@@ -141,6 +141,10 @@ bool child_process::send_line(std::string_view line) {
     return true;
 }
 
+void child_process::end_input() {
+    close_if_open(input_);
+}
+
 bool child_process::receive() {
     std::array<char, 4096> part{};
     for (;;) {
