@@ -41,15 +41,22 @@ extern "C" {
 #define VISION_CAMERA_PORT 5685         /**< where commands go */
 
 /** Node codes of `msg_src` and `msg_dst`. Single bits, so that several receivers can be named at once. */
-enum node_type_e_ VEXAMSG_ENUM_BASE(uint32_t){
-    NULL_NODE = 0,         AIRCRAFT_NODE = 1,
+enum node_type_e_ VEXAMSG_ENUM_U32 {
+    NULL_NODE = 0,
+    AIRCRAFT_NODE = 1,
     CARMERA_NODE = 2, /**< the camera; the spelling is part of the interface */
-    GIM_NODE = 4,          AIRPLANE_CTRL_NODE = 8,
-    AVOID_BARRIER = 16,    MOVIDIUS_NODE = 32, /**< the vision computer */
-    BATTERY_NODE = 64,     GROUND_NODE = 1024,
-    TELE_CTRL_NODE = 2048, PHONE_NODE = 4096,
-    RC_PLAYER_NODE = 8192, VISION_NODE = 16384,
-    ALL_NODE = 65535};
+    GIM_NODE = 4,
+    AIRPLANE_CTRL_NODE = 8,
+    AVOID_BARRIER = 16,
+    MOVIDIUS_NODE = 32, /**< the vision computer */
+    BATTERY_NODE = 64,
+    GROUND_NODE = 1024,
+    TELE_CTRL_NODE = 2048,
+    PHONE_NODE = 4096,
+    RC_PLAYER_NODE = 8192,
+    VISION_NODE = 16384,
+    ALL_NODE = 65535
+};
 
 /** The flag byte. */
 struct flag_s {

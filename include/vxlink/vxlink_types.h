@@ -32,7 +32,7 @@ extern "C" {
 #define VXLINK_DEVICE_COUNT 256               /**< device ids are one byte */
 
 /** Who sends a frame and who is meant: `sourceid` and `destid`. */
-typedef enum MAV_COMPONENT VEXAMSG_ENUM_BASE(uint32_t){
+typedef enum MAV_COMPONENT VEXAMSG_ENUM_U32 {
     DEV_NONE = 0,
     DEV_UAV = 1,
     DEV_DSP = 2,
@@ -61,21 +61,33 @@ typedef enum MAV_COMPONENT VEXAMSG_ENUM_BASE(uint32_t){
     DEV_CAMERA = 33, /**< receiver of camera commands */
     DEV_MULTICAST = 254,
     DEV_BROADCAST = 255,
-    MAV_COMPONENT_ENUM_END = 256} MAV_COMPONENT;
+    MAV_COMPONENT_ENUM_END = 256,
+} MAV_COMPONENT;
 
 /** Which line a frame is counted on. This library uses the first one only. */
-typedef enum vxlink_channel_t VEXAMSG_ENUM_BASE(uint32_t){
-    VXLINK_COMM_0 = 0, VXLINK_COMM_1 = 1, VXLINK_COMM_2 = 2, VXLINK_COMM_3 = 3} vxlink_channel_t;
+typedef enum vxlink_channel_t VEXAMSG_ENUM_U32 {
+    VXLINK_COMM_0 = 0,
+    VXLINK_COMM_1 = 1,
+    VXLINK_COMM_2 = 2,
+    VXLINK_COMM_3 = 3,
+} vxlink_channel_t;
 
 /** How far a receiver has come within a frame. For receivers; nothing here parses frames. */
-typedef enum vxlink_parse_state_t VEXAMSG_ENUM_BASE(uint32_t){
-    VXLINK_PARSE_STATE_UNINIT = 0,        VXLINK_PARSE_STATE_IDLE = 1,
-    VXLINK_PARSE_STATE_GOT_STX = 2,       VXLINK_PARSE_STATE_GOT_SEQ = 3,
-    VXLINK_PARSE_STATE_GOT_LENGTH_LO = 4, VXLINK_PARSE_STATE_GOT_LENGTH_HI = 5,
-    VXLINK_PARSE_STATE_GOT_DESTID = 6,    VXLINK_PARSE_STATE_GOT_SOURCEID = 7,
-    VXLINK_PARSE_STATE_GOT_MSGID = 8,     VXLINK_PARSE_STATE_GOT_CHKSUM = 9,
-    VXLINK_PARSE_STATE_GOT_PAYLOAD = 10,  VXLINK_PARSE_STATE_GOT_CRC1 = 11,
-    VXLINK_PARSE_STATE_GOT_BAD_CRC1 = 12} vxlink_parse_state_t;
+typedef enum vxlink_parse_state_t VEXAMSG_ENUM_U32 {
+    VXLINK_PARSE_STATE_UNINIT = 0,
+    VXLINK_PARSE_STATE_IDLE = 1,
+    VXLINK_PARSE_STATE_GOT_STX = 2,
+    VXLINK_PARSE_STATE_GOT_SEQ = 3,
+    VXLINK_PARSE_STATE_GOT_LENGTH_LO = 4,
+    VXLINK_PARSE_STATE_GOT_LENGTH_HI = 5,
+    VXLINK_PARSE_STATE_GOT_DESTID = 6,
+    VXLINK_PARSE_STATE_GOT_SOURCEID = 7,
+    VXLINK_PARSE_STATE_GOT_MSGID = 8,
+    VXLINK_PARSE_STATE_GOT_CHKSUM = 9,
+    VXLINK_PARSE_STATE_GOT_PAYLOAD = 10,
+    VXLINK_PARSE_STATE_GOT_CRC1 = 11,
+    VXLINK_PARSE_STATE_GOT_BAD_CRC1 = 12,
+} vxlink_parse_state_t;
 
 /**
  * The record in which a frame is built. Packed, so that everything from `magic` to the CRC lies in one piece
