@@ -13,8 +13,9 @@ set(VEXAMSG_MSGLOG "" CACHE FILEPATH
 set(VEXAMSG_SANITIZE "" CACHE STRING "Sanitizers to build everything with: address,undefined or thread")
 option(VEXAMSG_COVERAGE "Instrument for line coverage (gcov)" OFF)
 
-# vexamsg_part(<option> <help text> <package> <Debian package> ...): an option that is on by default when
-# each package is found, and off with a line naming what to install when one is not.
+# vexamsg_part(<option> <help text> <package> <Debian packages> ...): an option that is on by default when
+# each package is found. When one is not, the part is left out with a line naming what to install, and nothing
+# is written to the cache: the next configuration, with the packages there, has the part without being asked.
 function(vexamsg_part option help)
     set(missing "")
     set(rest ${ARGN})
@@ -25,21 +26,16 @@ function(vexamsg_part option help)
             string(APPEND missing " ${debian}")
         endif()
     endwhile()
-    if(missing)
-        set(default OFF)
+    if(NOT missing)
+        option(${option} "${help}" ON)
+    elseif(${option})
+        message(FATAL_ERROR "${option} needs packages that are not installed:${missing}")
     else()
-        set(default ON)
-    endif()
-    option(${option} "${help}" ${default})
-    if(missing)
-        if(${option})
-            message(FATAL_ERROR "${option} needs packages that are not installed:${missing}")
-        endif()
         message(STATUS "${option} is off; missing:${missing}")
     endif()
 endfunction()
 
 vexamsg_part(VEXAMSG_BUILD_TOOLS "Build the program vexa and the demo"
     CLI11 libcli11-dev fmt libfmt-dev nlohmann_json nlohmann-json3-dev)
-vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest libgtest-dev)
+vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest "libgtest-dev libgmock-dev")
 option(VEXAMSG_BUILD_EXAMPLES "Build the example programs" ON)

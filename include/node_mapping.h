@@ -45,14 +45,14 @@ VEXAMSG_API int nmapping_get_size(void);
  * inactive. The first call, and the first after nmapping_destroy, also gives slots 1 to 127 their ids; their
  * other content is left as it is.
  * @return 0; -1 when a slot's lock cannot be made, slot 0 is then not preset and a later call starts anew
- * @par Threads  One thread, while no other uses the table.
+ * @par Threads  Any thread.
  */
 VEXAMSG_API int nmapping_create(void);
 
 /**
  * Ends the use of the table. The records stay and are there again after the next nmapping_create, but for
  * slot 0.
- * @par Threads  One thread. Waits for operations of other threads that are under way; later ones are refused.
+ * @par Threads  Any thread. Waits for operations of other threads that are under way; later ones are refused.
  */
 VEXAMSG_API void nmapping_destroy(void);
 

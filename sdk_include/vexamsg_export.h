@@ -6,6 +6,8 @@
 #ifndef VEXAMSG_EXPORT_H
 #define VEXAMSG_EXPORT_H
 
+#include <stdint.h>
+
 /** Marks what the shared library exports; everything else in it is hidden. */
 #define VEXAMSG_API __attribute__((visibility("default")))
 
@@ -14,9 +16,11 @@
  * undefined behaviour; C compilers give an enum the size of an int.
  */
 #ifdef __cplusplus
-#define VEXAMSG_ENUM_BASE(type) : type
+#define VEXAMSG_ENUM_U32 : uint32_t
+#define VEXAMSG_ENUM_I32 : int32_t
 #else
-#define VEXAMSG_ENUM_BASE(type)
+#define VEXAMSG_ENUM_U32
+#define VEXAMSG_ENUM_I32
 #endif
 
 /**

@@ -24,8 +24,9 @@ struct node_mt_wapper_t {
 
 constinit std::array<node_mt_wapper_t, VX_NODE_COUNT> g_nodes_map{}; // the slot index is the node id
 constinit std::array<usage_gate, VX_NODE_COUNT> g_gates{};           // open while the slot's lock exists
-constinit std::atomic<bool> inited{false};       // all locks exist; written by create and destroy
-constinit int g_locks_made = 0;                  // slots 0 to this have a lock; create and destroy only
+constinit std::mutex g_lifecycle;                // held by create and destroy, whose own state follows
+constinit bool inited = false;                   // all locks exist
+constinit int g_locks_made = 0;                  // slots 0 to this have a lock
 constinit std::atomic<uint16_t> g_my_node_id{0}; // written once, before the node starts
 
 bool nmapping_valid_node_id(uint16_t node_id) {
@@ -93,6 +94,7 @@ int nmapping_get_size(void) {
 }
 
 int nmapping_create(void) {
+    const std::lock_guard hold{g_lifecycle};
     if (!inited) {
         if (make_locks() != 0) {
             return -1;
@@ -109,9 +111,11 @@ int nmapping_create(void) {
 }
 
 void nmapping_destroy(void) {
-    if (!inited.exchange(false)) {
+    const std::lock_guard hold{g_lifecycle};
+    if (!inited) {
         return;
     }
+    inited = false;
     for (usage_gate &gate : g_gates) {
         gate.close();
     }

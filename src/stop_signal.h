@@ -2,51 +2,56 @@
  * @file
  * A wait that can be cut short: how the threads that mostly sleep learn that they are to end. The waits run
  * on the monotonic clock, so stepping the wall clock changes no period.
+ *
+ * Made of plain pthread parts that nothing destroys: a program that exits while a thread still waits must not
+ * hang in a destructor.
  */
 #ifndef STOP_SIGNAL_H
 #define STOP_SIGNAL_H
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include "vx_lock.h"
+
+#include <ctime>
 
 class stop_signal {
 public:
     /** Sleeps. True as soon as a stop is asked for, false when the time is over. */
-    bool wait_for(std::chrono::seconds duration) {
-        std::unique_lock hold{mutex_};
-        return wake_.wait_for(hold, duration, [this] { return stop_; });
+    bool wait_for(int seconds) {
+        timespec end{};
+        (void)clock_gettime(CLOCK_MONOTONIC, &end); // cannot fail for this clock
+        end.tv_sec += seconds;
+        const mutex_guard hold{lock_};
+        while (!stop_ && pthread_cond_clockwait(&wake_, &lock_.handle, CLOCK_MONOTONIC, &end) == 0) {
+        }
+        return stop_;
     }
 
     /** Does something unless a stop was asked for; once request() has returned, nothing is done any more. */
     template <class Work>
     bool unless_stopped(Work work) {
-        const std::lock_guard hold{mutex_};
-        if (stop_) {
-            return false;
+        const mutex_guard hold{lock_};
+        if (!stop_) {
+            work();
         }
-        work();
-        return true;
+        return !stop_;
     }
 
     void request() {
-        {
-            const std::lock_guard hold{mutex_};
-            stop_ = true;
-        }
-        wake_.notify_all();
+        const mutex_guard hold{lock_};
+        stop_ = true;
+        (void)pthread_cond_broadcast(&wake_); // cannot fail
     }
 
     /** Makes the signal usable for the next start. Only while no thread waits. */
     void reset() {
-        const std::lock_guard hold{mutex_};
+        const mutex_guard hold{lock_};
         stop_ = false;
     }
 
 private:
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool stop_ = false;
+    vx_mutex lock_{PTHREAD_MUTEX_INITIALIZER};
+    pthread_cond_t wake_ = PTHREAD_COND_INITIALIZER;
+    bool stop_ VX_TSA(guarded_by(lock_)) = false;
 };
 
 #endif

@@ -3,18 +3,18 @@
 
 #include <gtest/gtest.h>
 #include <thread>
+#include <type_traits>
 
-using namespace std::chrono_literals;
 
 TEST(StopSignal, AWaitThatIsOverSaysSo) {
     stop_signal stop;
-    EXPECT_FALSE(stop.wait_for(0s));
+    EXPECT_FALSE(stop.wait_for(0));
 }
 
 TEST(StopSignal, ARequestEndsAWaitAtOnce) {
     stop_signal stop;
     bool stopped = false;
-    std::thread sleeper([&] { stopped = stop.wait_for(3600s); });
+    std::thread sleeper([&] { stopped = stop.wait_for(3600); });
     stop.request();
     sleeper.join();
     EXPECT_TRUE(stopped);
@@ -23,7 +23,7 @@ TEST(StopSignal, ARequestEndsAWaitAtOnce) {
 TEST(StopSignal, ARequestMadeBeforeTheWaitIsNotLost) {
     stop_signal stop;
     stop.request();
-    EXPECT_TRUE(stop.wait_for(3600s));
+    EXPECT_TRUE(stop.wait_for(3600));
 }
 
 TEST(StopSignal, NothingIsDoneAfterARequest) {
@@ -39,6 +39,10 @@ TEST(StopSignal, IsUsableAgainAfterAReset) {
     stop_signal stop;
     stop.request();
     stop.reset();
-    EXPECT_FALSE(stop.wait_for(0s));
+    EXPECT_FALSE(stop.wait_for(0));
     EXPECT_TRUE(stop.unless_stopped([] {}));
+}
+
+TEST(StopSignal, NeedsNoDestructorAtExit) {
+    static_assert(std::is_trivially_destructible_v<stop_signal>);
 }

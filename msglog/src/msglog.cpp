@@ -72,6 +72,7 @@ public:
         }
     }
 
+    // NOLINTNEXTLINE(cert-dcl50-cpp): in printf's manner; the compiler checks every call
     void print(const char *format, ...) __attribute__((format(printf, 2, 3))) {
         va_list args;
         va_start(args, format);
