@@ -92,3 +92,13 @@ TEST_F(NodeTableDump, LeavesTheTextsInTheTableAsTheyAre) {
     EXPECT_EQ(nmapping_get(8, &out), 0);
     EXPECT_EQ(node_records::bytes_of(out), node_records::bytes_of(full));
 }
+
+TEST_F(NodeTableDump, ShowsNoRowTwiceWhenTheTableIsStoppedMeanwhile) {
+    set(3, record("vio", "192.168.1.3", 9003, 3, 1));
+    logs::on_line([](const logs::line &) { nmapping_destroy(); });
+    nmapping_valid_item_show();
+    logs::on_line({});
+    EXPECT_THAT(logs::lines(),
+                ElementsAre(std::string(k_prefix) +
+                            "|       3 |              vio |      192.168.1.3 |     9003 |    1 |\n"));
+}
