@@ -7,4 +7,11 @@ if(VEXAMSG_BUILD_TOOLS)
     target_compile_definitions(test_manager_program PRIVATE
         VEXA_PROGRAM="$<TARGET_FILE:vexa>" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
+
+    vexamsg_test(test_demo SOURCES test_demo.cpp LIBRARIES vexa_process)
+    target_compile_definitions(test_demo PRIVATE
+        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
+        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
+        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+    add_dependencies(test_demo vexa vexa_demo vexa_demo_node)
 endif()
