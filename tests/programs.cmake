@@ -7,4 +7,11 @@ if(VEXAMSG_BUILD_TOOLS)
     target_compile_definitions(test_manager_program PRIVATE
         VEXA_PROGRAM="$<TARGET_FILE:vexa>" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
+
+    vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
+
+    vexamsg_test(test_link_program SOURCES test_link_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json)
+    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    add_dependencies(test_link_program vexa)
 endif()
