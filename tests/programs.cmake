@@ -32,4 +32,10 @@ if(VEXAMSG_BUILD_TOOLS)
         DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
         DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
     add_dependencies(test_demo vexa vexa_demo vexa_demo_node)
+    vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
+
+    vexamsg_test(test_link_program SOURCES test_link_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json)
+    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    add_dependencies(test_link_program vexa)
 endif()
