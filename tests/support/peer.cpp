@@ -143,7 +143,7 @@ int node_under_test::start(msg_call_back callback) {
 }
 
 int node_under_test::start(const std::string &name, msg_call_back callback) {
-    (void)manager(); // is there before the first REGISTER
+    (void)manager().take_all(); // is there before the first REGISTER, and has forgotten earlier ones
     hears_ = callback == hear;
     return vision_msg_component_init(static_cast<NodeID>(id_), name.c_str(), ip_of(id_).c_str(), callback);
 }
