@@ -166,10 +166,11 @@ void manager_output::summary(const manager_counts &counts, const node_registry &
              {"refused", reasons}});
         return;
     }
-    fmt::print("{}  ended: {} nodes known, {} active; {} datagrams received, {} registrations answered, {} "
-               "table messages sent, {} sends failed, {} datagrams refused\n{}",
-               clock_text(), known, active, counts.received, counts.answered, counts.notified,
-               counts.send_failed, refused, text);
+    fmt::print(
+        "{}  ended; nodes known {}, active {}; datagrams received {}, registrations answered {}, table "
+        "messages sent {}, sends failed {}, datagrams refused {}\n{}",
+        clock_text(), known, active, counts.received, counts.answered, counts.notified, counts.send_failed,
+        refused, text);
     (void)std::fflush(stdout);
 }
 
