@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 
@@ -40,8 +41,7 @@ constinit usage_gate rx_gate;   // open while the receive queue and its lock exi
 constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
-constinit bool
-    tx_closed VX_TSA(guarded_by(ioctx.txlck)) = false; // the last message before the next init is in
+constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -132,7 +132,7 @@ int make_queues() VX_TSA(no_thread_safety_analysis) {
             return -1;
         }
     }
-    tx_closed = false;
+    tx_closed.store(false, std::memory_order_relaxed);
     return 0;
 }
 
@@ -199,6 +199,15 @@ void append_tx(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.txlck)
         list_pop_head(ioctx.sock_txq);
     }
     append(ioctx.sock_txq, msg, "io_pool_tx_put");
+}
+
+bool append_unless_closed(const vx_msg_head_t *msg) {
+    const mutex_guard hold{ioctx.txlck};
+    if (tx_closed.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    append_tx(msg);
+    return true;
 }
 
 } // namespace
@@ -276,26 +285,22 @@ int io_pool_rx_get(const void *msg_cmp, char *buf, int *len, vx_msg_head_t *head
 
 int io_pool_tx_put(const vx_msg_head_t *msg) {
     const gate_pass pass{tx_gate};
-    if (!pass) {
+    // Whoever goes on sending to a node that leaves must not keep it from its queue: no lock for him.
+    if (!pass || tx_closed.load(std::memory_order_relaxed)) {
         return refuse_tx(msg);
     }
     if (too_long(msg, __func__)) {
         return -1;
     }
-    const mutex_guard hold{ioctx.txlck};
-    if (tx_closed) {
-        return refuse_tx(msg);
-    }
-    append_tx(msg);
-    return 0;
+    return append_unless_closed(msg) ? 0 : refuse_tx(msg);
 }
 
 void io_pool_tx_put_last(const vx_msg_head_t *msg) {
     const gate_pass pass{tx_gate};
     if (pass) {
+        tx_closed.store(true, std::memory_order_relaxed); // first, so that nobody new wants the lock
         const mutex_guard hold{ioctx.txlck};
         append_tx(msg);
-        tx_closed = true;
     }
 }
 
