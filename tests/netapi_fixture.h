@@ -23,8 +23,10 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <ostream>
 #include <string>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
@@ -164,6 +166,13 @@ public:
     void fill() const {
         const std::string bytes(4096, 'f');
         while (send(near.sockfd, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+        }
+    }
+
+    /// Reads at the far end until nothing is there.
+    void drain() const {
+        std::array<char, 4096> bytes{};
+        while (recv(far, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
         }
     }
 

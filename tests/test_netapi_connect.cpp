@@ -203,6 +203,26 @@ TEST_F(NetapiConnect, ATcpServerListensWithABacklogOfFive) {
     EXPECT_EQ(info.tcpi_sacked, 5U); // of a listener: the backlog
 }
 
+TEST_F(NetapiConnect, AServerAndAClientTalkOverTcp) {
+    net_sockfd_t server{-1, {}};
+    net_sockfd_t conn{-1, {}};
+    ASSERT_EQ(net_tcp_server(&server, k_loopback, 0, 1), 0);
+    ASSERT_EQ(net_tcp_connect(&sock, k_loopback, port_of(server.sockfd), 5), 0);
+    ASSERT_EQ(net_read_timeout(&server, 5000), 1);
+    ASSERT_GE(net_accept(&server, &conn), 0);
+    timeval limit{5, 0};
+    char text[16] = {};
+    EXPECT_EQ(net_sendn(&sock, "question", 8), 8);
+    EXPECT_EQ(net_recv(&conn, text, sizeof text), 8);
+    EXPECT_STREQ(text, "question");
+    EXPECT_EQ(net_send_timeout(&conn, "an answer", 9, &limit), 9);
+    EXPECT_EQ(net_readn_timeout(&sock, text, sizeof text, 5000), 9);
+    EXPECT_STREQ(text, "an answer");
+    EXPECT_EQ(net_close(&conn), 0);
+    EXPECT_EQ(net_recv_timedwait(&sock, text, sizeof text, 5000), 0);
+    EXPECT_EQ(net_close(&server), 0);
+}
+
 TEST_F(NetapiConnect, TheBlockFlagOfATcpServerMakesItNonBlocking) {
     for (const int flag : {0, 1, -1, 256}) {
         ASSERT_EQ(net_tcp_server(&sock, nullptr, 0, flag), 0);

@@ -255,7 +255,9 @@ TEST_F(NetapiSockets, NoObjectCountsAsAClosedOne) {
     EXPECT_TRUE(refused(net_udp_client(nullptr)));
     EXPECT_TRUE(refused(net_send(nullptr, &byte, 1)));
     EXPECT_TRUE(refused(net_sendn(nullptr, &byte, 1)));
+    testing::internal::CaptureStderr();
     EXPECT_TRUE(refused(net_send_timeout(nullptr, &byte, 1, &soon)));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "select error: Bad file descriptor\n");
     EXPECT_TRUE(refused(net_sendto(nullptr, &byte, 1, k_loopback, 1)));
     EXPECT_TRUE(refused(net_sendto_peer(nullptr, &byte, 1)));
     EXPECT_TRUE(refused(net_recv(nullptr, &byte, 1)));

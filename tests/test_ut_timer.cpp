@@ -301,13 +301,13 @@ TEST(UtTimer, TheTimeOfASlowCallbackIsNotGivenBackByAStop) {
 TEST(UtTimer, OneStoppedWhenAlreadyDueFiresAtOnceWhenStarted) {
     static int fired = 0;
     static ut_timer due{};
-    ut_timer_set(&due, 0.2, false, count, &fired);
+    ut_timer_set(&due, 0.02, false, count, &fired);
     ut_timer slow{};
     ut_timer_set(
         &slow, 0.001, false,
         [](ut_timer *, void *) {
             ut_timer_start(&due);
-            work_for(0.3); // it is due before this callback returns
+            work_for(0.1); // it is due before this callback returns
             ut_timer_stop(&due);
         },
         nullptr);
@@ -315,7 +315,7 @@ TEST(UtTimer, OneStoppedWhenAlreadyDueFiresAtOnceWhenStarted) {
     ut_loop_run();
     ASSERT_EQ(fired, 0);
     ut_timer_start(&due);
-    EXPECT_LT(ut_timer_remaining(&due), 0.2 / 2); // not the whole interval: it never expired
+    EXPECT_LT(ut_timer_remaining(&due), 0.02 / 2); // not the whole interval: it never expired
     ut_loop_run();
     EXPECT_EQ(fired, 1);
 }
@@ -435,21 +435,29 @@ void end_thread(ut_timer * /*timer*/, void *privdata) {
 
 TEST(UtTimer, ACallbackMayEndTheThreadAndTheLoopRunsAgainOnAnother) {
     int ended = 0;
-    int fired = 0;
-    ut_timer ending{};
-    ut_timer lasting{};
-    ut_timer_set(&lasting, 0.001, true, count, &fired);
-    ut_timer_start(&lasting); // stays started over all the threads
-    ut_timer_set(&ending, 0.01, false, end_thread, &ended);
+    ut_timer timer{};
+    ut_timer_set(&timer, 0.005, false, end_thread, &ended);
     for (int round = 1; round <= 5; ++round) {
-        const int before = fired;
-        ut_timer_start(&ending);
+        ut_timer_start(&timer);
         run_loop_on_a_thread();
         EXPECT_EQ(ended, round);
-        EXPECT_GT(fired, before);
-        EXPECT_FALSE(ut_timer_active(&ending));
+        EXPECT_FALSE(ut_timer_active(&timer));
     }
     EXPECT_EQ(threads_ended_by_the_loop, 0);
-    run_loop_for(0.01); // and on this thread it still ends as it should
-    ut_timer_stop(&lasting);
+    run_loop_on_a_thread(); // nothing is started any more, so the loop ends as it should
+    EXPECT_EQ(threads_ended_by_the_loop, 1);
+}
+
+TEST(UtTimer, ARepeatedOneWhoseCallbackEndsTheThreadGoesOnOnTheNextThread) {
+    int ended = 0;
+    ut_timer timer{};
+    ut_timer_set(&timer, 0.005, true, end_thread, &ended);
+    ut_timer_start(&timer);
+    for (int round = 1; round <= 5; ++round) {
+        run_loop_on_a_thread();
+        EXPECT_EQ(ended, round);
+        EXPECT_TRUE(ut_timer_active(&timer));
+    }
+    EXPECT_EQ(threads_ended_by_the_loop, 0);
+    ut_timer_stop(&timer);
 }

@@ -4,11 +4,14 @@
 
 #include "link_samples.h"
 #include "log_capture.h"
-#include "udp_receiver.h"
+#include "udp_peer.h"
 #include "vision_log.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 #include <string>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -25,14 +28,14 @@ protected:
     }
 
     void expect_nothing_sent() {
-        EXPECT_FALSE(flight.has_one());
-        EXPECT_FALSE(camera.has_one());
+        EXPECT_EQ(flight.receive(0ms), std::nullopt);
+        EXPECT_EQ(camera.receive(0ms), std::nullopt);
         EXPECT_EQ(send_ifly_command_ack(1, 1), 48);
-        EXPECT_EQ(ut_get_le16(flight.receive().data() + 12), 0) << "a refusal uses no number";
+        EXPECT_EQ(ut_get_le16(flight.receive().value().data() + 12), 0) << "a refusal uses no number";
     }
 
-    const udp_receiver flight{"192.168.1.5", 5673};
-    const udp_receiver camera{"192.168.1.11", 5685};
+    udp_peer flight{"192.168.1.5", 5673};
+    udp_peer camera{"192.168.1.11", 5685};
 };
 
 vxlink_message_head_t frame_of_length(uint16_t len) {

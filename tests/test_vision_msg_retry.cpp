@@ -3,7 +3,7 @@
 
 #include "faults.h"
 #include "log_capture.h"
-#include "udp_receiver.h"
+#include "udp_peer.h"
 #include "vision_log.h"
 
 #include <cerrno>
@@ -13,6 +13,8 @@
 #include <string>
 
 using faults::call;
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -26,8 +28,8 @@ protected:
         return vision_udp_send(bytes, 3, ip, 5673);
     }
 
-    const udp_receiver flight{"192.168.1.5", 5673};
-    const udp_receiver camera{"192.168.1.11", 5685};
+    udp_peer flight{"192.168.1.5", 5673};
+    udp_peer camera{"192.168.1.11", 5685};
 };
 
 /// What a call writes to standard error.
@@ -65,7 +67,7 @@ TEST_F(Retry, SuccessOnTheSecondToFourthAttemptCounts) {
         EXPECT_EQ(result, 3) << failures;
         EXPECT_EQ(faults::calls(call::sendto), failures + 1);
         EXPECT_EQ(faults::calls(call::usleep), failures + 1);
-        EXPECT_EQ(flight.receive().size(), 3U);
+        EXPECT_EQ(flight.receive().value().size(), 3U);
     }
     EXPECT_TRUE(logs::all().empty());
 }
@@ -77,7 +79,7 @@ TEST_F(Retry, SuccessOnTheFifthAttemptIsAFailure) {
     EXPECT_EQ(result, -1);
     EXPECT_EQ(written.rfind("send failed!\n: ", 0), 0U) << written;
     EXPECT_EQ(faults::calls(call::sendto), 5);
-    EXPECT_EQ(flight.receive().size(), 3U) << "the datagram has left all the same";
+    EXPECT_EQ(flight.receive().value().size(), 3U) << "the datagram has left all the same";
     EXPECT_TRUE(logs::all().empty()) << "the caller of vision_udp_send logs, not it";
 }
 
@@ -94,7 +96,7 @@ TEST_F(Retry, FiveFailuresEndItWithTheLastResultAndNoMessage) {
     EXPECT_EQ(why, ENETUNREACH);
     EXPECT_EQ(faults::calls(call::sendto), 5);
     EXPECT_EQ(faults::calls(call::usleep), 5);
-    EXPECT_FALSE(flight.has_one());
+    EXPECT_EQ(flight.receive(0ms), std::nullopt);
 }
 
 TEST_F(Retry, InterruptionsAndFullBuffersCountAsAttempts) {
@@ -175,7 +177,7 @@ TEST_F(Retry, AFailedSendHasUsedItsNumber) {
     faults::fail(call::sendto, ENETUNREACH, 5);
     EXPECT_EQ(send_ifly_command_ack(1, 1), -1);
     EXPECT_EQ(send_ifly_command_ack(1, 1), 48);
-    EXPECT_EQ(ut_get_le16(flight.receive().data() + 12), 1);
+    EXPECT_EQ(ut_get_le16(flight.receive().value().data() + 12), 1);
 }
 
 TEST_F(Retry, WithoutASocketNothingIsTriedAndTheReasonIsReported) {

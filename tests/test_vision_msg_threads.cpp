@@ -2,7 +2,7 @@
 #include "vision_protocol.h"
 
 #include "faults.h"
-#include "udp_receiver.h"
+#include "udp_peer.h"
 
 #include <atomic>
 #include <cerrno>
@@ -41,8 +41,8 @@ uint16_t sequence_of(const std::vector<uint8_t> &datagram) {
 } // namespace
 
 TEST(SendersOnThreads, UseEveryNumberOnce) {
-    const udp_receiver flight("192.168.1.5", 5673);
-    const udp_receiver camera("192.168.1.11", 5685);
+    udp_peer flight("192.168.1.5", 5673);
+    udp_peer camera("192.168.1.11", 5685);
     at_once([] {
         for (int i = 0; i < 32; ++i) {
             EXPECT_EQ(send_ifly_command_ack(1, 1), 48);
@@ -51,8 +51,8 @@ TEST(SendersOnThreads, UseEveryNumberOnce) {
     });
     std::multiset<uint16_t> numbers;
     for (int i = 0; i < k_threads * 32; ++i) {
-        numbers.insert(sequence_of(flight.receive()));
-        numbers.insert(sequence_of(camera.receive()));
+        numbers.insert(sequence_of(flight.receive().value()));
+        numbers.insert(sequence_of(camera.receive().value()));
     }
     std::multiset<uint16_t> expected;
     for (uint16_t i = 0; i < k_threads * 64; ++i) {
@@ -62,7 +62,7 @@ TEST(SendersOnThreads, UseEveryNumberOnce) {
 }
 
 TEST(SendersOnThreads, MakeOneSocketHoweverManyMeet) {
-    const udp_receiver flight("192.168.1.5", 5673);
+    udp_peer flight("192.168.1.5", 5673);
     std::atomic<int> inside{0};
     std::atomic<int> most_inside{0};
     faults::before(call::socket, [&] {
@@ -77,7 +77,7 @@ TEST(SendersOnThreads, MakeOneSocketHoweverManyMeet) {
 }
 
 TEST(SendersOnThreads, ThatFindNoSocketMakeItOneAfterTheOther) {
-    const udp_receiver flight("192.168.1.5", 5673);
+    udp_peer flight("192.168.1.5", 5673);
     faults::fail(call::socket, EMFILE, k_threads - 1);
     std::atomic<int> failed{0};
     at_once([&] { failed += send_ifly_command_ack(1, 1) == -1 ? 1 : 0; });
@@ -88,7 +88,7 @@ TEST(SendersOnThreads, ThatFindNoSocketMakeItOneAfterTheOther) {
 }
 
 TEST(SendersOnThreads, CountTheTestReportsOnce) {
-    const udp_receiver flight("192.168.1.5", 5673);
+    udp_peer flight("192.168.1.5", 5673);
     at_once([] {
         for (int i = 0; i < 16; ++i) {
             EXPECT_EQ(vision_test_send_track_status(), 72);
@@ -96,7 +96,7 @@ TEST(SendersOnThreads, CountTheTestReportsOnce) {
     });
     std::set<uint32_t> ids;
     for (int i = 0; i < k_threads * 16; ++i) {
-        ids.insert(ut_get_le32(flight.receive().data() + 64));
+        ids.insert(ut_get_le32(flight.receive().value().data() + 64));
     }
     EXPECT_EQ(ids.size(), static_cast<size_t>(k_threads * 16));
     EXPECT_EQ(*ids.rbegin(), static_cast<uint32_t>(k_threads * 16 - 1));

@@ -130,9 +130,11 @@ static inline uint8_t *vxlink_begin_message(vxlink_message_head_t *msg, uint8_t 
 #define VXLINK_PUT_VALUE(type, name, offset) vxlink_put_##type(payload + (offset), name);
 #define VXLINK_PUT_ARRAY(type, name, count, offset) vxlink_put_array_##type(payload + (offset), name, count);
 
+/* NOLINTBEGIN(bugprone-macro-parentheses): part of a sum, whose plus sign no parentheses can hold */
 /** The field's size as a summand. */
 #define VXLINK_SIZE_VALUE(type, name, offset) +sizeof(type)
 #define VXLINK_SIZE_ARRAY(type, name, count, offset) +sizeof(type) * (count)
+/* NOLINTEND(bugprone-macro-parentheses) */
 
 /** Checks the field's place; needs the record's type and the payload's length by the names used here. */
 #define VXLINK_CHECK_VALUE(type, name, offset)                                                               \

@@ -51,7 +51,7 @@ enum class wait_for { reading, writing };
 int wait_by_select(int fd, wait_for what, int timeout_ms) {
     return retried(k_at_once, [&] {
         fd_set set;
-        timeval left{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+        timeval left{timeout_ms / 1000, timeout_ms % 1000 * 1000L};
         return what == wait_for::reading ? select_one(fd, &set, nullptr, &left)
                                          : select_one(fd, nullptr, &set, &left);
     });

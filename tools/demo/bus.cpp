@@ -32,7 +32,34 @@ node_line parse(const std::string &line) {
     return said;
 }
 
+/// Who the node manager says has come or gone, and who hears of it.
+std::string what_changed(const nlohmann::json &said) {
+    const int who = said["change"]["node_id"];
+    std::vector<int> told;
+    for (const nlohmann::json &node : said["nodes"]) {
+        if (node["active"] && node["node_id"] != who) {
+            told.push_back(node["node_id"]);
+        }
+    }
+    return fmt::format("node {} {}; tells {}", who, said["change"]["what"].get<std::string>(),
+                       told.empty() ? "nobody, there is no other"
+                                    : fmt::format("node{} {}", told.size() == 1 ? "" : "s", listed(told)));
+}
+
 } // namespace
+
+std::string node_name(int id) {
+    return fmt::format("node {}", id);
+}
+
+std::string listed(const std::vector<int> &ids) {
+    std::string text;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        text += i == 0 ? "" : i + 1 == ids.size() ? " and " : ", ";
+        text += std::to_string(ids[i]);
+    }
+    return text;
+}
 
 const std::string &node_line::text(const std::string &name) const {
     const auto found = values.find(name);
@@ -59,12 +86,9 @@ bus::bus(settings how, const transcript &out)
     : how_(std::move(how)), out_(out), end_(steady_clock::now() + how_.time_limit) {
 }
 
-std::unique_ptr<child_process> bus::launch(const std::vector<std::string> &args) const {
-    return std::make_unique<child_process>(args, child_process::settings{how_.log_file, false});
-}
-
 void bus::start_manager() {
-    manager_ = launch({how_.programs + "/vexa/vexa", "manager", "--json"});
+    manager_ = std::make_unique<child_process>(
+        std::vector<std::string>{how_.programs + "/vexa/vexa", "manager", "--json"});
     if (!wait([this] { return manager_listens_; })) {
         throw failure("the node manager does not say that it listens");
     }
@@ -75,7 +99,9 @@ void bus::start_node(int id, const std::string &name) {
     fresh.state.id = id;
     fresh.state.name = name;
     fresh.process =
-        launch({how_.programs + "/demo/vexa_demo_node", "--id", std::to_string(id), "--name", name});
+        std::make_unique<child_process>(std::vector<std::string>{how_.programs + "/demo/vexa_demo_node",
+                                                                 "--id", std::to_string(id), "--name", name},
+                                        child_process::settings{how_.log_file, false});
     members_.emplace(id, std::move(fresh));
 }
 
@@ -206,18 +232,20 @@ void bus::show_manager_event(const std::string &line) {
     const std::string event = said["event"];
     if (event == "listening") {
         manager_listens_ = true;
-        out_.event("manager", fmt::format("listens at {}", said["address"].get<std::string>()));
+        out_.event("manager", "listens at " + said["address"].get<std::string>());
     } else if (event == "table") {
-        const std::string what = said["change"]["what"];
-        out_.event("manager", fmt::format("node {} {}; tells every active node",
-                                          said["change"]["node_id"].get<int>(), what));
+        manager_knows_.clear();
+        for (const nlohmann::json &node : said["nodes"]) {
+            if (node["active"]) {
+                manager_knows_.insert(node["node_id"].get<int>());
+            }
+        }
+        out_.event("manager", what_changed(said));
     } else if (event == "refused") {
-        out_.event("manager", fmt::format("refused a datagram: {}", said["reason"].get<std::string>()),
-                   tone::bad);
+        out_.event("manager", "refused a datagram: " + said["reason"].get<std::string>(), tone::bad);
     } else if (event == "summary") {
-        out_.event("manager",
-                   fmt::format("ends: answered {} registrations, sent the table {} times on a change",
-                               said["answered"].get<int>(), said["notified"].get<int>()));
+        out_.event("manager", fmt::format("ends: {} registrations answered, {} times told of a change",
+                                          said["answered"].get<int>(), said["notified"].get<int>()));
     }
 }
 

@@ -18,11 +18,18 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace demo {
+
+/** How the transcript calls a node. */
+std::string node_name(int id);
+
+/** "1, 3 and 5". */
+std::string listed(const std::vector<int> &ids);
 
 /** Ends the demo: what happened instead of what should have. */
 class failure : public std::runtime_error {
@@ -102,6 +109,9 @@ public:
     /** All nodes that were started and not ended, in the order of the ids. */
     [[nodiscard]] std::vector<int> ids() const;
 
+    /** Whether the node manager has said that a node is active. */
+    [[nodiscard]] bool manager_knows(int id) const { return manager_knows_.count(id) != 0; }
+
     /** Lets the processes be heard until the condition holds. False when the time passes first. */
     bool wait(const std::function<bool()> &condition,
               std::chrono::milliseconds patience = std::chrono::seconds(2));
@@ -122,7 +132,6 @@ private:
         std::string awaited;             // its word; empty: none
     };
 
-    [[nodiscard]] std::unique_ptr<child_process> launch(const std::vector<std::string> &args) const;
     member &find(int id);
     void hear(std::chrono::milliseconds patience);
     bool hear_manager();
@@ -135,6 +144,7 @@ private:
     std::chrono::steady_clock::time_point end_;
     std::unique_ptr<child_process> manager_;
     bool manager_listens_ = false;
+    std::set<int> manager_knows_; // the active nodes, as the manager last said
     std::map<int, member> members_;
     int last_tag_ = 0;
 };

@@ -19,6 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr auto k_pause = 400ms;       // before a scene, for somebody who watches
 constexpr auto k_time_limit = 13s;    // for the scenes; what waits then gives up and is named
 constexpr unsigned k_watchdog_s = 15; // for the program: the kernel ends it, and its children with it
 constexpr int k_incomplete = 1;
@@ -61,6 +62,7 @@ bool play(const demo::bus::settings &how, demo::transcript &out, demo::path_repo
         demo::bus nodes{how, out};
         demo::stage on{nodes, out, paths};
         for (const demo::scene &each : scenes()) {
+            (void)nodes.wait([&out] { return !out.on_terminal(); }, k_pause);
             out.scene(each.title);
             each.play(on);
         }
@@ -76,6 +78,8 @@ int run(int argc, char **argv) {
     bool verbose = false;
     CLI::App app{"Plays a whole bus on this machine, which needs 192.168.1.1/24; scripts/demo provides it."};
     app.add_option("--log", how.log_file, "file for the log lines of the nodes")->capture_default_str();
+    app.add_option("--programs", how.programs, "directory with the programs of the demo")
+        ->capture_default_str();
     app.add_flag("--verbose", verbose, "the nodes' log lines go to standard error");
     CLI11_PARSE(app, argc, argv);
     if (verbose) {

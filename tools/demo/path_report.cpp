@@ -43,6 +43,7 @@ void path_report::print(const transcript &out) const {
     for (const path &each : paths_) {
         out.line(row(each), arrived(each) ? tone::plain : tone::bad);
     }
+    out.line("  SENT counts a message once for each node that must get it.", tone::faint);
     out.line("  * noticed by looking every millisecond, which is part of the time", tone::faint);
     for (const path &each : paths_) {
         for (const std::string &what : each.missing) {

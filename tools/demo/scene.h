@@ -41,12 +41,6 @@ void play_broadcast(stage &on);
 // scenes_heartbeat.cpp
 void play_heartbeat(stage &on);
 
-/** How the transcript calls a node. */
-std::string node_name(int id);
-
-/** "1, 3 and 5". */
-std::string listed(const std::vector<int> &ids);
-
 } // namespace demo
 
 #endif

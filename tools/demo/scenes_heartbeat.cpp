@@ -13,7 +13,6 @@ constexpr size_t k_work_mode_byte = 48; // of the frame
 constexpr size_t k_work_status_byte = 49;
 constexpr size_t k_vio_rate_byte = 13;
 constexpr int k_rounds = 25;
-constexpr size_t k_last_used_byte = 49;
 
 /// A node changes WORK_STATUS; measures when each other node has the value.
 void set_and_wait(stage &on, path &row, int setter, int value) {
@@ -34,11 +33,13 @@ void set_and_wait(stage &on, path &row, int setter, int value) {
     }
 }
 
+/// The parts of the frame that fields write to: 8 device bytes, 20 core bytes, 10 task bytes.
 void show_frames(const stage &on) {
+    on.out.event("", fmt::format("{:<16} {:<40} {}", "device", "core", "task"), tone::faint);
     for (const int id : on.nodes.ids()) {
         const std::string &frame = on.nodes.node(id).frame;
-        on.out.event(node_name(id), fmt::format("{} {} {}..", frame.substr(0, 16), frame.substr(16, 64),
-                                                frame.substr(80, 2 * (k_last_used_byte + 1) - 80)));
+        on.out.event(node_name(id), fmt::format("{} {} {}", frame.substr(0, 16), frame.substr(16, 40),
+                                                frame.substr(80, 20)));
     }
 }
 

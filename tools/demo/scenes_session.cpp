@@ -28,7 +28,7 @@ void join(stage &on, const cast_member &who, path &registration, path &news) {
     const node_state &joined = on.nodes.node(who.id);
     ++registration.expected;
     // A REGISTER that is lost is repeated after a second.
-    if (!on.nodes.wait([&] { return joined.knows(k_manager); }, 3s)) {
+    if (!on.nodes.wait([&] { return joined.knows(k_manager) && on.nodes.manager_knows(who.id); }, 3s)) {
         throw failure(fmt::format("{} was not accepted by the node manager", node_name(who.id)));
     }
     const uint64_t took = joined.table.at(k_manager).seen_ns - started.number("at");
@@ -72,19 +72,6 @@ void expect_refusal(stage &on, int from, int to) {
 
 } // namespace
 
-std::string node_name(int id) {
-    return fmt::format("node {}", id);
-}
-
-std::string listed(const std::vector<int> &ids) {
-    std::string text;
-    for (size_t i = 0; i < ids.size(); ++i) {
-        text += i == 0 ? "" : i + 1 == ids.size() ? " and " : ", ";
-        text += std::to_string(ids[i]);
-    }
-    return text;
-}
-
 void play_registration(stage &on) {
     path &registration = on.paths.add("registration: start to acceptance", true);
     path &news = on.paths.add("joining: told to the others", true);
@@ -119,6 +106,9 @@ void play_leaving(stage &on) {
     path &news = on.paths.add("leaving: told to the others", true);
     const node_line stopping = on.nodes.ask(k_leaver, "stop", "stopping");
     on.out.event(node_name(k_leaver), "leaves: UNREGISTER");
+    if (!on.nodes.wait([&] { return !on.nodes.manager_knows(k_leaver); })) {
+        throw failure(fmt::format("the node manager did not hear that {} left", node_name(k_leaver)));
+    }
     for (const int other : on.nodes.ids()) {
         if (other == k_leaver) {
             continue;

@@ -11,7 +11,9 @@
 namespace demo {
 
 transcript::transcript(uint64_t started_ns)
-    : started_ns_(started_ns), colours_(isatty(STDOUT_FILENO) == 1 && getenv("NO_COLOR") == nullptr) {
+    : started_ns_(started_ns),
+      terminal_(isatty(STDOUT_FILENO) == 1),
+      colours_(terminal_ && getenv("NO_COLOR") == nullptr) {
 }
 
 void transcript::scene(const std::string &title) {

@@ -28,11 +28,15 @@ public:
     /** One line of its own, without time. */
     void line(const std::string &text, tone how = tone::plain) const;
 
+    /** Whether somebody watches, or a file or a program takes the lines. */
+    [[nodiscard]] bool on_terminal() const { return terminal_; }
+
     /** The text, in colour where there is any. */
     [[nodiscard]] std::string paint(const std::string &text, tone how) const;
 
 private:
     uint64_t started_ns_;
+    bool terminal_;
     bool colours_;
     int scenes_ = 0;
 };

@@ -1,5 +1,6 @@
 // The program vexa: the other ends of the bus, for a desk without an aircraft. Each subcommand stands in
 // files of its own; this one knows their names only.
+#include "link_command.h"
 #include "manager_command.h"
 #include "subcommand.h"
 
@@ -13,7 +14,8 @@ using vexa::add_subcommand;
 
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
-    static const std::vector<add_subcommand> all = {vexa::add_manager_command};
+    static const std::vector<add_subcommand> all = {vexa::add_manager_command, vexa::add_flight_command,
+                                                    vexa::add_camera_command};
     return all;
 }
 
