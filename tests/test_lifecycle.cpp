@@ -4,6 +4,7 @@
 #include "peer.h"
 #include "process_state.h"
 #include "refusals.h"
+#include "thread_io.h"
 #include "wait.h"
 
 #include <atomic>
@@ -315,6 +316,27 @@ TEST(NoNode, EveryCallIsRefusedBeforeInitAndAfterDeinit) {
     for (const uint16_t id : bus::ids{0, 3, 127}) {
         EXPECT_TRUE(node.other(id).silent()) << id;
     }
+}
+
+TEST(NoNode, ADatagramIsNotTakenIn) {
+    node_under_test node{5};
+    for (int i = 0; i < 2; ++i) { // before the first start, and after a stop
+        nmapping_set_self(5);
+        for (const int kind : {0, 1, 2, 3}) {
+            alignas(8) uint8_t datagram[64] = {};
+            const bytes made = message({kind, 3, 5, bus::k_accepted}, {6, 0, 1});
+            std::copy(made.begin(), made.end(), datagram);
+            thrio_proc_message(nullptr, datagram, static_cast<int>(made.size()));
+        }
+        uint8_t room[8192];
+        MsgExtra extra{};
+        EXPECT_EQ(vision_recv_status(MSG_DETECTION_OBJECTS, room, sizeof room, &extra), 0);
+        EXPECT_NE(nmapping_get_stat(0), 1);
+        ASSERT_TRUE(node.join({}));
+        node_under_test::forget_heard();
+        node.stop();
+    }
+    EXPECT_TRUE(node_under_test::all_heard().empty());
 }
 
 TEST(NoNode, ADatagramForTheProxyIsNotPassedOn) {
