@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 
@@ -40,8 +41,7 @@ constinit usage_gate rx_gate;   // open while the receive queue and its lock exi
 constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
-constinit bool
-    tx_closed VX_TSA(guarded_by(ioctx.txlck)) = false; // the last message before the next init is in
+constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -79,11 +79,9 @@ __attribute__((noinline)) void *list_node_dup(void *value) {
         VX_LOG(WARN, "msg too long %u\n", size_of(msg));
     }
     void *copy = malloc(room_of(msg));
-    if (copy == nullptr) {
-        VX_LOG(ERROR, "no memory for a message of %u bytes, lost\n", size_of(msg));
-        return nullptr;
+    if (copy != nullptr) {
+        copy_message(copy, msg);
     }
-    copy_message(copy, msg);
     return copy;
 }
 
@@ -102,10 +100,11 @@ list_t *create_queue() {
     return list_create(&hooks);
 }
 
-void append(list_t *queue, const vx_msg_head_t *msg) {
-    // The list hands the value to list_node_dup, which only reads it. A copy that cannot be made is logged
-    // there.
-    (void)list_add_node_tail(queue, const_cast<vx_msg_head_t *>(msg));
+void append(list_t *queue, const vx_msg_head_t *msg, const char *function) {
+    // The list hands the value to list_node_dup, which only reads it.
+    if (list_add_node_tail(queue, const_cast<vx_msg_head_t *>(msg)) == nullptr) {
+        VX_LOG_AS(function, ERROR, "no memory for a message of %u bytes, lost\n", size_of(msg));
+    }
 }
 
 bool make_lock(vx_mutex &lock, bool &made) {
@@ -133,7 +132,7 @@ int make_queues() VX_TSA(no_thread_safety_analysis) {
             return -1;
         }
     }
-    tx_closed = false;
+    tx_closed.store(false, std::memory_order_relaxed);
     return 0;
 }
 
@@ -161,7 +160,7 @@ void replace(list_node *node, const vx_msg_head_t *msg) VX_TSA(requires_capabili
     if (queued->data_length < msg->data_length) {
         VX_LOG_AS("io_pool_rx_put", WARN, "alloc another one\n");
         list_del(ioctx.sock_rxq, node);
-        append(ioctx.sock_rxq, msg);
+        append(ioctx.sock_rxq, msg, "io_pool_rx_put");
         return;
     }
     if (overwrite_throttle.passes(0)) {
@@ -184,7 +183,7 @@ void put_newest(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.rxlck
             return;
         }
     }
-    append(ioctx.sock_rxq, msg);
+    append(ioctx.sock_rxq, msg, "io_pool_rx_put");
 }
 
 int refuse_tx(const vx_msg_head_t *msg) {
@@ -199,7 +198,16 @@ void append_tx(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.txlck)
                   nmapping_self_node_id());
         list_pop_head(ioctx.sock_txq);
     }
-    append(ioctx.sock_txq, msg);
+    append(ioctx.sock_txq, msg, "io_pool_tx_put");
+}
+
+bool append_unless_closed(const vx_msg_head_t *msg) {
+    const mutex_guard hold{ioctx.txlck};
+    if (tx_closed.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    append_tx(msg);
+    return true;
 }
 
 } // namespace
@@ -246,7 +254,7 @@ int io_pool_rx_put(const vx_msg_head_t *msg) {
         // No look for the key here: the queue may then hold it twice.
         VX_LOG(WARN, "rxq overstocked, drop the oldest one\n");
         list_pop_head(ioctx.sock_rxq);
-        append(ioctx.sock_rxq, msg);
+        append(ioctx.sock_rxq, msg, __func__);
         return 0;
     }
     put_newest(msg);
@@ -277,26 +285,22 @@ int io_pool_rx_get(const void *msg_cmp, char *buf, int *len, vx_msg_head_t *head
 
 int io_pool_tx_put(const vx_msg_head_t *msg) {
     const gate_pass pass{tx_gate};
-    if (!pass) {
+    // Whoever goes on sending to a node that leaves must not keep it from its queue: no lock for him.
+    if (!pass || tx_closed.load(std::memory_order_relaxed)) {
         return refuse_tx(msg);
     }
     if (too_long(msg, __func__)) {
         return -1;
     }
-    const mutex_guard hold{ioctx.txlck};
-    if (tx_closed) {
-        return refuse_tx(msg);
-    }
-    append_tx(msg);
-    return 0;
+    return append_unless_closed(msg) ? 0 : refuse_tx(msg);
 }
 
 void io_pool_tx_put_last(const vx_msg_head_t *msg) {
     const gate_pass pass{tx_gate};
     if (pass) {
+        tx_closed.store(true, std::memory_order_relaxed); // first, so that nobody new wants the lock
         const mutex_guard hold{ioctx.txlck};
         append_tx(msg);
-        tx_closed = true;
     }
 }
 

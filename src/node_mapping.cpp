@@ -173,8 +173,8 @@ uint16_t nmapping_get_next_hop(uint16_t dst_node) {
 }
 
 void nmapping_valid_item_show(void) {
-    vexa_node_t node{};
     for (uint16_t id = 0; id < VX_NODE_COUNT; ++id) {
+        vexa_node_t node{};            // stays inactive when the table is stopped meanwhile
         (void)nmapping_get(id, &node); // a record under another id is shown under its own
         vexa_node_end_texts(&node);
         if (node.stat != NODE_STAT_INACTIVED) {

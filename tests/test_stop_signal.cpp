@@ -5,7 +5,6 @@
 #include <thread>
 #include <type_traits>
 
-
 TEST(StopSignal, AWaitThatIsOverSaysSo) {
     stop_signal stop;
     EXPECT_FALSE(stop.wait_for(0));

@@ -109,6 +109,13 @@ TEST_F(DictMarkClear, SparesWhatIsAddedAfterIt) {
     EXPECT_EQ(keys(dt), "ie|b|||");
 }
 
+TEST_F(DictMarkClear, SparesAnEntryWhoseStampIsTheLimitItself) {
+    dict_t *dt = make(owning(), "ae");
+    dt->id_clear = dict_find(dt, "e")->id; // no sequence of operations gives an entry this stamp
+    EXPECT_NE(dict_find(dt, "e"), nullptr);
+    EXPECT_EQ(keys(dt), "e||||");
+}
+
 TEST_F(DictMarkClear, ClearsAgainWhatCameAfterTheFirstTime) {
     dict_t *dt = make(owning(), "a");
     dict_mark_clear(dt);

@@ -73,7 +73,7 @@ TEST(UtLoop, RunningBeforeTheLoopIsMadeReturnsAtOnce) {
 TEST(UtLoop, IsMadeWithoutEnvironmentAndWithForkCheck) {
     ut_loop_init();
     EXPECT_NE(ut_default_loop, nullptr);
-    EXPECT_EQ(loop_flags, (std::vector<unsigned int>{0x3000000u}));
+    EXPECT_EQ(loop_flags, (std::vector<unsigned int>{0x3000000U}));
 }
 
 TEST(UtLoop, ASecondInitKeepsTheLoop) {
@@ -81,7 +81,7 @@ TEST(UtLoop, ASecondInitKeepsTheLoop) {
     struct ev_loop *first = ut_default_loop;
     ut_loop_init();
     EXPECT_EQ(ut_default_loop, first);
-    EXPECT_EQ(loop_flags.size(), 1u);
+    EXPECT_EQ(loop_flags.size(), 1U);
 }
 
 TEST(UtLoop, WhenItCannotBeMadeNothingRunsAndALaterInitTriesAgain) {
@@ -124,7 +124,7 @@ TEST(UtLoop, ASecondBreakDoesNothing) {
     const loop_end end{0.001};
     ut_loop_run();
     ut_loop_break();
-    EXPECT_EQ(breaks.size(), 1u);
+    EXPECT_EQ(breaks.size(), 1U);
 }
 
 TEST(UtLoop, ARunThatEndsByItselfStillCountsAsRunningUntilABreak) {
@@ -132,7 +132,7 @@ TEST(UtLoop, ARunThatEndsByItselfStillCountsAsRunningUntilABreak) {
     ut_loop_run();
     ut_loop_break();
     ut_loop_break();
-    EXPECT_EQ(breaks.size(), 1u);
+    EXPECT_EQ(breaks.size(), 1U);
 }
 
 TEST(UtLoop, RunsAgainAfterABreak) {
@@ -168,6 +168,7 @@ void keep(socket_io_t *sio, void *buf, int len) {
 
 std::vector<std::string> texts() {
     std::vector<std::string> all;
+    all.reserve(received.size());
     for (const datagram &d : received) {
         all.push_back(d.bytes);
     }
@@ -215,13 +216,13 @@ protected:
     socket_io_t sio{};
 };
 
-const std::string k_failed = "%s\n";
+constexpr char k_failed[] = "%s\n";
 
 } // namespace
 
 TEST_F(OnRead, TheRecordHasItsFieldsInTheAgreedOrder) {
     static_assert(std::is_standard_layout_v<socket_io_t>);
-    EXPECT_EQ(offsetof(socket_io_t, ev), 0u);
+    EXPECT_EQ(offsetof(socket_io_t, ev), 0U);
     EXPECT_LT(offsetof(socket_io_t, ev), offsetof(socket_io_t, loop));
     EXPECT_LT(offsetof(socket_io_t, loop), offsetof(socket_io_t, sockfd));
     EXPECT_LT(offsetof(socket_io_t, sockfd), offsetof(socket_io_t, pipefd_wr));
@@ -233,7 +234,7 @@ TEST_F(OnRead, TheRecordHasItsFieldsInTheAgreedOrder) {
 TEST_F(OnRead, ADatagramReachesTheHandlerWithItsSender) {
     send("hello");
     read_now();
-    ASSERT_EQ(received.size(), 1u);
+    ASSERT_EQ(received.size(), 1U);
     EXPECT_EQ(received[0].sio, &sio);
     EXPECT_EQ(received[0].bytes, "hello");
     EXPECT_EQ(received[0].from_port, tx.port());
@@ -304,7 +305,7 @@ TEST_F(OnRead, AnotherErrorIsLoggedAtInfoAndEndsTheCall) {
     read_now();
     EXPECT_EQ(texts(), (std::vector<std::string>{"one"}));
     const auto lines = logs::all();
-    ASSERT_EQ(lines.size(), 1u);
+    ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].module, MODULE_MSG_ROUTE);
     EXPECT_EQ(lines[0].level, VISION_LOG_LEVEL_INFO);
     EXPECT_EQ(lines[0].unit, "src/utils/ut_evt");
@@ -319,7 +320,7 @@ TEST_F(OnRead, AfterAnErrorTheNextReadinessReadsOn) {
     then = [](socket_io_t *) { ut_loop_break(); };
     start();
     ut_loop_run();
-    EXPECT_EQ(logs::count(k_failed), 1u);
+    EXPECT_EQ(logs::count(k_failed), 1U);
     EXPECT_EQ(texts(), (std::vector<std::string>{"hello"}));
     EXPECT_TRUE(ev_is_active(&sio.ev));
 }

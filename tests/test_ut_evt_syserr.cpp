@@ -44,19 +44,19 @@ Function real(const char *name) {
 
 // These come before the C library's and libev's own when the program is loaded; each passes its call on.
 
-extern "C" void openlog(const char *identity, int options, int facility) {
-    reports.push_back({identity, options, facility, -1, "", false});
-    real<decltype(&openlog)>("openlog")(identity, options, facility);
+extern "C" void openlog(const char *ident, int option, int facility) {
+    reports.push_back({ident, option, facility, -1, "", false});
+    real<decltype(&openlog)>("openlog")(ident, option, facility);
 }
 
-extern "C" void syslog(int priority, const char *format, ...) {
-    reports.back().priority = priority;
-    reports.back().format = format;
+extern "C" void syslog(int pri, const char *fmt, ...) {
+    reports.back().priority = pri;
+    reports.back().format = fmt;
     va_list args;
-    va_start(args, format);
+    va_start(args, fmt);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // the compiler checked it at the call
-    vsyslog(priority, format, args);
+    vsyslog(pri, fmt, args);
 #pragma GCC diagnostic pop
     va_end(args);
 }
@@ -114,7 +114,7 @@ int epoll_descriptor() {
         char target[64] = {};
         (void)readlinkat(dirfd(all), entry->d_name, target, sizeof target - 1);
         if (strcmp(target, "anon_inode:[eventpoll]") == 0) {
-            found = atoi(entry->d_name);
+            found = static_cast<int>(strtol(entry->d_name, nullptr, 10));
         }
     }
     closedir(all);
@@ -141,7 +141,7 @@ TEST(SystemErrors, GoToSyslogUnderTheProgramsNameAndToStandardError) {
     captured_stderr err;
     told("100% wrong");
     EXPECT_EQ(err.text(), own_name() + "[" + std::to_string(getpid()) + "]: 100% wrong\n");
-    ASSERT_EQ(reports.size(), 1u);
+    ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].identity, own_name());
     EXPECT_EQ(reports[0].options, 0x21);
     EXPECT_EQ(reports[0].facility, 24);
@@ -157,7 +157,7 @@ TEST(SystemErrors, GoUnderTheLibrarysNameWhenTheProgramsCannotBeRead) {
     captured_stderr err;
     told("wrong");
     EXPECT_EQ(err.text(), "vexamsg[" + std::to_string(getpid()) + "]: wrong\n");
-    ASSERT_EQ(reports.size(), 1u);
+    ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].identity, "vexamsg");
     EXPECT_TRUE(reports[0].closed);
 }
@@ -177,7 +177,7 @@ TEST(SystemErrors, InsideTheLoopAreReportedAndTheLoopGoesOn) {
     captured_stderr err;
     ut_loop_run();
     EXPECT_EQ(err.text(), own_name() + "[" + std::to_string(getpid()) + "]: (libev) epoll_wait\n");
-    EXPECT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports.size(), 1U);
     EXPECT_EQ(fired, 1);
     close(no_epoll);
     close(epoll_saved);

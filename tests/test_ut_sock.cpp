@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
+#include <ostream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,11 +48,11 @@ std::string temporary_path(const char *name) {
 } // namespace
 
 TEST(UtSockAddr, HasItsFieldsInTheAgreedOrder) {
-    EXPECT_EQ(offsetof(ut_addr_t, family), 0u);
-    EXPECT_EQ(offsetof(ut_addr_t, addrlen), 4u);
-    EXPECT_EQ(offsetof(ut_addr_t, in), 8u);
-    EXPECT_EQ(offsetof(ut_addr_t, in6), 8u);
-    EXPECT_EQ(offsetof(ut_addr_t, un), 8u);
+    EXPECT_EQ(offsetof(ut_addr_t, family), 0U);
+    EXPECT_EQ(offsetof(ut_addr_t, addrlen), 4U);
+    EXPECT_EQ(offsetof(ut_addr_t, in), 8U);
+    EXPECT_EQ(offsetof(ut_addr_t, in6), 8U);
+    EXPECT_EQ(offsetof(ut_addr_t, un), 8U);
 }
 
 // Addresses as text.
@@ -137,7 +138,7 @@ TEST(UtSockSetMode, ChangesTheFileOfALocalAddress) {
     EXPECT_EQ(ut_sock_set_mode(&addr, 0640), 0);
     struct stat now {};
     EXPECT_EQ(fstat(file.fd, &now), 0);
-    EXPECT_EQ(now.st_mode & 07777u, 0640u);
+    EXPECT_EQ(now.st_mode & 07777U, 0640U);
     (void)unlink(path.c_str());
 }
 
@@ -173,12 +174,12 @@ TEST(UtSockNames, OfAnIPv4Socket) {
     ut_addr_t peer = scribbled();
     EXPECT_EQ(ut_sock_peer_addr(fd.fd, &peer), 0);
     EXPECT_EQ(peer.family, static_cast<unsigned>(AF_INET));
-    EXPECT_EQ(peer.addrlen, 16u);
+    EXPECT_EQ(peer.addrlen, 16U);
     EXPECT_STREQ(ut_sock_human_addr(&peer), "192.168.1.5:9000");
     ut_addr_t host = scribbled();
     EXPECT_EQ(ut_sock_host_addr(fd.fd, &host), 0);
     EXPECT_EQ(host.family, static_cast<unsigned>(AF_INET));
-    EXPECT_EQ(host.addrlen, 16u);
+    EXPECT_EQ(host.addrlen, 16U);
     EXPECT_NE(host.in.sin_port, 0);
 }
 
@@ -189,7 +190,7 @@ TEST(UtSockNames, OfAnIPv6Socket) {
     ut_addr_t peer = scribbled();
     EXPECT_EQ(ut_sock_peer_addr(fd.fd, &peer), 0);
     EXPECT_EQ(peer.family, static_cast<unsigned>(AF_INET6));
-    EXPECT_EQ(peer.addrlen, 28u);
+    EXPECT_EQ(peer.addrlen, 28U);
     EXPECT_STREQ(ut_sock_human_addr(&peer), "::1:9000");
 }
 
@@ -226,7 +227,7 @@ TEST(UtSockNames, OfALocalSocketWhosePathFillsItsFieldAreCutNowhere) {
     ASSERT_EQ(bind(fd.fd, reinterpret_cast<sockaddr *>(&at.un), 110), 0);
     ut_addr_t host = scribbled();
     EXPECT_EQ(ut_sock_host_addr(fd.fd, &host), 0);
-    EXPECT_EQ(host.addrlen, 111u);
+    EXPECT_EQ(host.addrlen, 111U);
     EXPECT_EQ(ut_sock_human_addr(&host), "unix:" + path);
     (void)unlink(path.c_str());
 }
@@ -247,7 +248,7 @@ TEST(UtSockNames, ADescriptorThatIsNotOpenHasNone) {
     errno = 0;
     EXPECT_EQ(ut_sock_host_addr(-1, &addr), -1);
     EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(addr.addrlen, 110u);
+    EXPECT_EQ(addr.addrlen, 110U);
 }
 
 TEST(UtSockNames, WhatTheSystemRefusesIsPassedOn) {
@@ -347,6 +348,7 @@ TEST(UtSockOptions, NonBlockingFailsWhenTheFlagsCannotBeWritten) {
 struct option_call {
     const char *name;
     int (*call)(int sockfd);
+    friend void PrintTo(const option_call &row, std::ostream *out) { *out << row.name; }
 };
 
 class UtSockBadDescriptor : public testing::TestWithParam<option_call> {};

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -32,6 +33,7 @@ struct host_case {
     int sock_type;
     const char *ip;
     uint16_t port;
+    friend void PrintTo(const host_case &row, std::ostream *out) { *out << row.cfg; }
 };
 
 class UtSockCfgHost : public testing::TestWithParam<host_case> {};
@@ -41,7 +43,7 @@ TEST_P(UtSockCfgHost, GivesTypeAddressAndPort) {
     EXPECT_EQ(p.result, 0);
     EXPECT_EQ(p.sock_type, GetParam().sock_type);
     EXPECT_EQ(p.addr.family, static_cast<unsigned>(AF_INET));
-    EXPECT_EQ(p.addr.addrlen, 16u);
+    EXPECT_EQ(p.addr.addrlen, 16U);
     EXPECT_EQ(bytes_of(p.addr), bytes_of(ipv4(GetParam().ip, GetParam().port))); // the rest is cleared
 }
 
@@ -68,6 +70,7 @@ struct path_case {
     const char *cfg;
     int sock_type;
     const char *path;
+    friend void PrintTo(const path_case &row, std::ostream *out) { *out << row.cfg; }
 };
 
 class UtSockCfgPath : public testing::TestWithParam<path_case> {};
@@ -77,7 +80,7 @@ TEST_P(UtSockCfgPath, GivesTypeAndLocalAddress) {
     EXPECT_EQ(p.result, 0);
     EXPECT_EQ(p.sock_type, GetParam().sock_type);
     EXPECT_EQ(p.addr.family, static_cast<unsigned>(AF_UNIX));
-    EXPECT_EQ(p.addr.addrlen, 110u);
+    EXPECT_EQ(p.addr.addrlen, 110U);
     EXPECT_EQ(p.addr.un.sun_family, AF_UNIX);
     EXPECT_STREQ(p.addr.un.sun_path, GetParam().path);
 }
@@ -100,6 +103,7 @@ struct refusal {
     int result;
     int sock_type;
     bool clears_addr;
+    friend void PrintTo(const refusal &row, std::ostream *out) { *out << row.cfg; }
 };
 
 class UtSockCfgRefused : public testing::TestWithParam<refusal> {};
@@ -146,7 +150,7 @@ TEST(UtSockCfg, DoesNotChangeTheDescription) {
 }
 
 TEST(UtSockCfg, WithoutMemoryForItsCopyItSaysSoAndWritesNothing) {
-    faults::fail(faults::call::malloc, 0);
+    faults::fail(faults::call::malloc, 0, 1);
     ut_addr_t addr = scribbled();
     int type = k_untouched;
     EXPECT_EQ(ut_sock_cfg_parse("udp@10.0.0.1:80", &addr, &type), -6);
@@ -161,7 +165,7 @@ TEST(UtSockFillUnix, APathOf107CharactersFits) {
     ut_addr_t addr = scribbled();
     EXPECT_EQ(ut_sock_addr_fill_unix(&addr, path.c_str()), 0);
     EXPECT_EQ(addr.family, static_cast<unsigned>(AF_UNIX));
-    EXPECT_EQ(addr.addrlen, 110u);
+    EXPECT_EQ(addr.addrlen, 110U);
     EXPECT_EQ(addr.un.sun_family, AF_UNIX);
     EXPECT_EQ(addr.un.sun_path, path);
 }

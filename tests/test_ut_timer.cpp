@@ -4,13 +4,13 @@
 #include "faults.h"
 #include "utils/ut_evt.h"
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <gtest/gtest.h>
 #include <limits>
 #include <pthread.h>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -51,7 +51,7 @@ void run_loop_for(double seconds) {
 
 TEST(UtTimer, HasItsFieldsInTheAgreedOrder) {
     static_assert(std::is_standard_layout_v<ut_timer>);
-    EXPECT_EQ(offsetof(ut_timer, ev), 0u);
+    EXPECT_EQ(offsetof(ut_timer, ev), 0U);
     EXPECT_LT(offsetof(ut_timer, ev), offsetof(ut_timer, loop));
     EXPECT_LT(offsetof(ut_timer, loop), offsetof(ut_timer, interval));
     EXPECT_LT(offsetof(ut_timer, interval), offsetof(ut_timer, callback));
@@ -106,7 +106,7 @@ TEST(UtTimer, TheCallbackGetsTheTimerAndItsPrivateData) {
         &mine);
     ut_timer_start(&timer);
     ut_loop_run();
-    ASSERT_EQ(calls.size(), 1u);
+    ASSERT_EQ(calls.size(), 1U);
     EXPECT_EQ(calls[0].timer, &timer);
     EXPECT_EQ(calls[0].privdata, &mine);
 }
@@ -200,7 +200,7 @@ TEST(UtTimer, AOneShotMayStartItselfFromItsCallback) {
     ut_loop_run();
     EXPECT_EQ(fired, 3);
     EXPECT_GE(seconds_since(start), 3 * 0.02 - k_clock_grain_s);
-    ASSERT_EQ(left.size(), 2u);
+    ASSERT_EQ(left.size(), 2U);
     EXPECT_NEAR(left[0], 0.02, 1e-6);
     EXPECT_NEAR(left[1], 0.02, 1e-6);
 }
@@ -410,40 +410,54 @@ TEST(UtTimer, WhenTheDefaultLoopCannotBeMadeATimerIsInertUntilItIsSetUpAgain) {
     EXPECT_EQ(fired, 1);
 }
 
+namespace {
+
+std::atomic<int> threads_ended_by_the_loop{0};
+
+/// Runs the loop on a thread of its own until that thread ends, one way or the other.
+void run_loop_on_a_thread() {
+    const auto body = [](void *) -> void * {
+        ut_loop_run();
+        ++threads_ended_by_the_loop;
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+}
+
+void end_thread(ut_timer * /*timer*/, void *privdata) {
+    ++*static_cast<int *>(privdata);
+    pthread_exit(nullptr);
+}
+
+} // namespace
+
 TEST(UtTimer, ACallbackMayEndTheThreadAndTheLoopRunsAgainOnAnother) {
-    static int ended = 0;
-    static int reached_the_end = 0;
+    int ended = 0;
     ut_timer timer{};
-    ut_timer other{};
-    int fired = 0;
-    ut_timer_set(&other, 0.001, true, count, &fired);
-    ut_timer_start(&other); // stays started over all the threads
+    ut_timer_set(&timer, 0.005, false, end_thread, &ended);
     for (int round = 1; round <= 5; ++round) {
-        ut_timer_set(
-            &timer, 0.01, false,
-            [](ut_timer *, void *) {
-                ++ended;
-                pthread_exit(nullptr);
-            },
-            nullptr);
         ut_timer_start(&timer);
-        const int before = fired;
-        pthread_t thread{};
-        ASSERT_EQ(pthread_create(
-                      &thread, nullptr,
-                      [](void *) -> void * {
-                          ut_loop_run();
-                          ++reached_the_end;
-                          return nullptr;
-                      },
-                      nullptr),
-                  0);
-        ASSERT_EQ(pthread_join(thread, nullptr), 0);
+        run_loop_on_a_thread();
         EXPECT_EQ(ended, round);
-        EXPECT_GT(fired, before);
         EXPECT_FALSE(ut_timer_active(&timer));
     }
-    EXPECT_EQ(reached_the_end, 0);
-    run_loop_for(0.01); // and on this thread it still ends as it should
-    ut_timer_stop(&other);
+    EXPECT_EQ(threads_ended_by_the_loop, 0);
+    run_loop_on_a_thread(); // nothing is started any more, so the loop ends as it should
+    EXPECT_EQ(threads_ended_by_the_loop, 1);
+}
+
+TEST(UtTimer, ARepeatedOneWhoseCallbackEndsTheThreadGoesOnOnTheNextThread) {
+    int ended = 0;
+    ut_timer timer{};
+    ut_timer_set(&timer, 0.005, true, end_thread, &ended);
+    ut_timer_start(&timer);
+    for (int round = 1; round <= 5; ++round) {
+        run_loop_on_a_thread();
+        EXPECT_EQ(ended, round);
+        EXPECT_TRUE(ut_timer_active(&timer));
+    }
+    EXPECT_EQ(threads_ended_by_the_loop, 0);
+    ut_timer_stop(&timer);
 }

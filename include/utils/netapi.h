@@ -309,8 +309,8 @@ VEXAMSG_API int net_write_timeout(net_sockfd_t *sockobj, int timeout);
 /**
  * Waits as net_read_timeout does, then receives once as net_recv does.
  * @param timeout  [ms]
- * @return bytes received, at least 1; -1 on failure, when the time is up (`errno` is then not set), and at
- * the end of a stream
+ * @return bytes received, at least 1; -1 on failure, when the time is up (ETIMEDOUT), and at the end of a
+ * stream, which leaves `errno` as it was
  */
 VEXAMSG_API int net_readn_timeout(net_sockfd_t *sockobj, void *buf, int len, unsigned timeout);
 
@@ -344,8 +344,8 @@ VEXAMSG_API int net_read_timedwait(int fd, void *buf, size_t count, int millisec
 /**
  * Writes a whole buffer to any descriptor, waiting up to 10 s before each write. Retries at once.
  * @param count  [bytes] at most INT_MAX
- * @return `count`; -1 on failure, also when the descriptor took nothing for 10 s (logged); how much went out
- * before is not told
+ * @return `count`; -1 on failure, also when the wait failed or the descriptor took nothing for 10 s (both
+ * logged, the latter ETIMEDOUT); how much went out before is not told
  */
 VEXAMSG_API int net_writen_timedwait(int fd, const void *buf, size_t count);
 

@@ -33,11 +33,9 @@ int connect_outcome(int fd, int timeout_s) {
         return refuse(ETIMEDOUT);
     }
     // A failed select leaves the sets as they were filled, so it counts as ready: the error state decides.
-    if (!FD_ISSET(fd, &readable) && !FD_ISSET(fd, &writable)) {
-        return -1;
-    }
+    const bool ready = FD_ISSET(fd, &readable) || FD_ISSET(fd, &writable);
     int error = 0;
-    if (get_int_option(fd, SO_ERROR, error) < 0) {
+    if (!ready || get_int_option(fd, SO_ERROR, error) < 0) {
         return -1;
     }
     return error == 0 ? 0 : refuse(error);
@@ -110,7 +108,7 @@ int net_connect_nonb(net_sockfd_t *sockobj, const char *remote_addr, unsigned sh
     if (net_connect(sockobj, remote_addr, remote_port) == 0) {
         return 0;
     }
-    return errno == EINPROGRESS ? connect_outcome(sockobj->sockfd, timeout) : -1;
+    return errno == EINPROGRESS ? connect_outcome(fd_of(sockobj), timeout) : -1;
 }
 
 int net_tcp_connect_block(net_sockfd_t *sockobj, const char *ip, int port) {

@@ -4,7 +4,6 @@
 // return text without being given a place for it.
 #include "utils/ut_sock.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
@@ -45,9 +44,12 @@ constexpr auto k_schemes = std::to_array<scheme_t>({
 });
 
 const scheme_t *find_scheme(const char *name) {
-    const auto found = std::find_if(k_schemes.begin(), k_schemes.end(),
-                                    [name](const scheme_t &s) { return strcasecmp(s.name, name) == 0; });
-    return found == k_schemes.end() ? nullptr : &*found;
+    for (const scheme_t &scheme : k_schemes) {
+        if (strcasecmp(scheme.name, name) == 0) {
+            return &scheme;
+        }
+    }
+    return nullptr;
 }
 
 struct free_memory {

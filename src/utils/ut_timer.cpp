@@ -52,8 +52,7 @@ void ut_timer_start(ut_timer *timer) {
     if (ut_timer_remaining(timer) <= 0) {
         ev_timer_set(&timer->ev, usable(timer->interval), timer->ev.repeat);
     }
-    ev_now_update(
-        timer->loop); // libev counts from when its turn began, which callbacks may have left far behind
+    ev_now_update(timer->loop); // libev counts from the start of its turn, which may be long ago
     ev_timer_start(timer->loop, &timer->ev);
 }
 

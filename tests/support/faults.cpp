@@ -36,6 +36,7 @@ struct rule {
 std::mutex lock;
 std::array<rule, static_cast<size_t>(call::number_of_calls)> rules;
 std::vector<double> waits_asked_for;
+std::vector<clockid_t> clocks_asked_for;
 double longest_wait = 0;
 
 rule &rule_of(call which) {
@@ -113,12 +114,18 @@ void clear() {
     const std::lock_guard hold{lock};
     rules = {};
     waits_asked_for.clear();
+    clocks_asked_for.clear();
     longest_wait = 0;
 }
 
 std::vector<double> waits() {
     const std::lock_guard hold{lock};
     return waits_asked_for;
+}
+
+std::vector<clockid_t> wait_clocks() {
+    const std::lock_guard hold{lock};
+    return clocks_asked_for;
 }
 
 void shorten_waits(double seconds) {
@@ -234,6 +241,7 @@ extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t *cond, pthread_mutex
     {
         const std::lock_guard hold{lock};
         waits_asked_for.push_back(asked_for);
+        clocks_asked_for.push_back(clock);
         longest = longest_wait;
     }
     if (longest == 0 || asked_for <= longest) {

@@ -10,6 +10,7 @@
 #define FAULTS_H
 
 #include <cstddef>
+#include <ctime>
 #include <functional>
 #include <vector>
 
@@ -75,6 +76,9 @@ void clear();
 
 /** Every wait the library asked for with a time-out, in seconds, oldest first. */
 std::vector<double> waits();
+
+/** The clock of each of these waits. */
+std::vector<clockid_t> wait_clocks();
 
 /** Ends waits longer than this after this many seconds, as a time-out. 0 lets them run in full. */
 void shorten_waits(double seconds);

@@ -16,6 +16,7 @@ std::condition_variable grown;
 std::vector<logs::line> lines;
 std::vector<std::string> names;
 std::function<void(const logs::line &)> listener_of_lines;
+bool keeping = true;
 
 std::string formatted(const char *format, va_list args) {
     char text[1024];
@@ -47,7 +48,9 @@ extern "C" void ControlLog(int module, int level, const char *file, const char *
     std::function<void(const logs::line &)> listener;
     {
         const std::lock_guard hold{lock};
-        lines.push_back(made);
+        if (keeping) {
+            lines.push_back(made);
+        }
         listener = listener_of_lines;
     }
     grown.notify_all();
@@ -66,6 +69,11 @@ std::vector<line> all() {
 void clear() {
     const std::lock_guard hold{lock};
     lines.clear();
+}
+
+void keep(bool lines_are_kept) {
+    const std::lock_guard hold{lock};
+    keeping = lines_are_kept;
 }
 
 std::vector<line> with_format(const std::string &format) {

@@ -26,6 +26,10 @@ struct line {
 std::vector<line> all();
 void clear();
 
+/** Whether lines are kept; they are at the start. For tests that write more of them than memory should hold.
+ */
+void keep(bool lines_are_kept);
+
 /** The lines with this format string. */
 std::vector<line> with_format(const std::string &format);
 

@@ -59,7 +59,7 @@ bool readable(int fd, steady_clock::time_point end) {
 }
 
 int open_error_file(const std::string &name) {
-    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOCTTY | O_CLOEXEC, 0644);
     if (fd < 0) {
         fail(name.c_str());
     }
@@ -139,6 +139,10 @@ bool child_process::send_line(std::string_view line) {
         sent += result > 0 ? static_cast<size_t>(result) : 0;
     }
     return true;
+}
+
+void child_process::end_input() {
+    close_if_open(input_);
 }
 
 bool child_process::receive() {

@@ -40,6 +40,9 @@ public:
     /** Writes a line to its standard input. False when it reads no more. */
     bool send_line(std::string_view line);
 
+    /** Ends its standard input. */
+    void end_input();
+
     /** Becomes readable when there is output: for poll. */
     [[nodiscard]] int output_fd() const { return output_; }
 

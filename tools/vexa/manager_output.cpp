@@ -60,7 +60,7 @@ void print_table(const node_registry &registry) {
 }
 
 std::string what_happened(const node_registry::change &change, const vexa_node_t &node) {
-    const std::string who = fmt::format("node {} ({})", node.node_id, printable(node.name));
+    std::string who = fmt::format("node {} ({})", node.node_id, printable(node.name));
     switch (change.what) {
     case node_registry::event::joined:
         return fmt::format("{} joined at {}:{}", who, node.ip, node.port);
@@ -76,7 +76,7 @@ std::string what_happened(const node_registry::change &change, const vexa_node_t
 
 } // namespace
 
-void manager_output::say(const json &object) const {
+void manager_output::say(const json &object) {
     fmt::print("{}\n", object.dump());
     (void)std::fflush(stdout);
 }

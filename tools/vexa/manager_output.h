@@ -41,7 +41,7 @@ public:
     void summary(const manager_counts &counts, const node_registry &registry) const;
 
 private:
-    void say(const nlohmann::json &object) const;
+    static void say(const nlohmann::json &object);
 
     manager_style style_;
     std::map<std::pair<refusal, uint16_t>, uint64_t> refusals_said_;

@@ -1,0 +1,245 @@
+/**
+ * @file
+ * What the interface promises about its values and layouts, written down once more and compiled as C and as
+ * C++: both languages must see the same.
+ */
+#ifndef INTERFACE_ROWS_H
+#define INTERFACE_ROWS_H
+
+#include "all_public_headers.h"
+
+#include <stddef.h>
+
+/** A value of the interface, and what it must be. */
+struct interface_row {
+    const char *what;
+    long is;
+    long should_be;
+};
+
+#define ROW(name, value)                                                                                     \
+    { #name, (long)(name), value }
+#define SIZE(type, bytes)                                                                                    \
+    { "sizeof " #type, (long)sizeof(type), bytes }
+#define OFFSET(type, member, bytes)                                                                          \
+    { #type "." #member, (long)offsetof(type, member), bytes }
+
+/* clang-format off */
+
+static const struct interface_row node_id_rows[] = {
+    ROW(NODE_RESERVED_ZERO, 0),
+    ROW(NODE_VISION_MACHINE, 1),
+    ROW(NODE_CALIB_MACHINE, 2),
+    ROW(NODE_VIO, 3),
+    ROW(NODE_DPU, 4),
+    ROW(NODE_SOA, 5),
+    ROW(NODE_SELF_CALIB, 6),
+    ROW(NODE_SECURE_LANDING, 7),
+    ROW(NODE_PRECISE_LANDING, 8),
+    ROW(NODE_DETECTION_TRACKING, 9),
+    ROW(NODE_MAPPING_PLANNING, 10),
+    ROW(NODE_CAMERA, 11),
+    ROW(NODE_TARGET_ESTIMATION, 12),
+    ROW(NODE_AIRPLANE_TRANSMIT, 13),
+    ROW(NODE_GROUND_TRANSMIT, 14),
+    ROW(NODE_SERVICE_CONTROL, 15),
+    ROW(NODE_SOA2, 16),
+    ROW(NODE_SELF_CALIB2, 17),
+    ROW(NODE_MISSION_MANAGER, 18),
+    ROW(NODE_RESERVER_BEGIN, 100),
+    ROW(NODE_VISION_CAMERA, 101),
+    ROW(NODE_VEXA_STREAM, 102),
+    ROW(NODE_RC, 126),
+    ROW(PROXY_NODE_ID, 127),
+    ROW(NODE_RESERVER_END, 128),
+    ROW(NODE_APP, 64001),
+    ROW(NODE_FOR_TEST, 64002),
+};
+
+static const struct interface_row msg_type_rows[] = {
+    ROW(MSG_VISION_STATE, 0),
+    ROW(MSG_VIO_CFG, 1),
+    ROW(MSG_SOA_CFG, 2),
+    ROW(MSG_SOA_RADAR_MSG, 3),
+    ROW(MSG_CMD_ACK, 4),
+    ROW(MSG_SOA_DISTANCES, 5),
+    ROW(MSG_DETECTION_OBJECTS, 6),
+    ROW(MSG_TRACK_OBJECTS, 7),
+    ROW(MSG_SECURELANDING_STATUS, 8),
+    ROW(MSG_PRECISELANDING_STATUS, 9),
+    ROW(MSG_TRACKINFO_TO_TARGETESTIMATION, 10),
+    ROW(MSG_VISION_CALIB_USB_SWITCH_CMD, 11),
+    ROW(MSG_LOG_FILE_GET_REQ, 12),
+    ROW(MSG_LOG_FILE_GET_RESP, 13),
+    ROW(MSG_LOG_FILE_START_PACK, 14),
+    ROW(MSG_LOG_FILE_READY, 15),
+    ROW(MSG_LOG_FILE_FINISH, 16),
+    ROW(MSG_LOG_LED_CONTROL, 17),
+    ROW(MSG_LOG_FILE_DELETE_REQ, 18),
+    ROW(MSG_LOG_DELETE_FINISH, 19),
+    ROW(MSG_VISION_WIFI_CFG, 20),
+    ROW(MSG_AIRTRANS_CMD_REQ, 21),
+    ROW(MSG_AIRTRANS_CMD_RESP, 22),
+    ROW(MSG_HEAD_FULL_DATA, 23),
+    ROW(MSG_APP_CMD, 224),
+    ROW(MSG_PLANNING_EXIT_CMD, 225),
+    ROW(MSG_PLANNING_EXIT_CMD_ACK, 226),
+    ROW(MSG_PLANNING_SWITCH_DPU_PC_CMD, 227),
+    ROW(MSG_PLANNING_SWITCH_DPU_PC_CMD_ACK, 228),
+    ROW(MSG_PLANNING_SWITCH_SOA_CMD, 229),
+    ROW(MSG_PLANNING_SWITCH_SOA_CMD_ACK, 230),
+    ROW(MSG_CAMERA_FOV_PARA_RESP, 231),
+    ROW(VISION_EVENT_TO_APP, 232),
+    ROW(MSG_AI_SERVICE_PLANNING, 233),
+    ROW(MSG_CAMERA_FOV_PARA_REQ, 234),
+    ROW(MSG_CONTROL_CAMERA_CMD, 235),
+    ROW(MSG_CONTROL_CAMERA_CMD_ACK, 236),
+    ROW(MSG_MISSION_MANAGER_SOA_CMD, 237),
+    ROW(MSG_MISSION_MANAGER_SOA_CMD_ACK, 238),
+};
+
+static const struct interface_row heartbeat_field_rows[] = {
+    ROW(LED, 0),
+    ROW(ENVIRONMENT, 1),
+    ROW(STEREO_CAMERA_HEAD, 2),
+    ROW(STEREO_CAMERA_REAR, 3),
+    ROW(STEREO_CAMERA_BOTTOM, 4),
+    ROW(STEREO_CAMERA_RIGHT, 5),
+    ROW(STEREO_CAMERA_LEFT, 6),
+    ROW(STEREO_CAMERA_TOP, 7),
+    ROW(GIMBAL_CAMERA_PRIOR, 8),
+    ROW(GIMBAL_CAMERA_MINOR, 9),
+    ROW(GIMBAL_CAMERA_THERM, 10),
+    ROW(STEREO_CALIB_HEAD, 11),
+    ROW(STEREO_CALIB_REAR, 12),
+    ROW(STEREO_CALIB_BOTTOM, 13),
+    ROW(STEREO_CALIB_RIGHT, 14),
+    ROW(STEREO_CALIB_LEFT, 15),
+    ROW(STEREO_CALIB_TOP, 16),
+    ROW(GIMBAL_CALIB_PRIOR, 17),
+    ROW(GIMBAL_CALIB_MINOR, 18),
+    ROW(GIMBAL_CALIB_THERM, 19),
+    ROW(STEREO_CALIB_IMU_HEAD, 20),
+    ROW(STEREO_CALIB_IMU_REAR, 21),
+    ROW(STEREO_CALIB_IMU_BOTTOM, 22),
+    ROW(STEREO_CALIB_IMU_RIGHT, 23),
+    ROW(STEREO_CALIB_IMU_LEFT, 24),
+    ROW(STEREO_CALIB_IMU_TOP, 25),
+    ROW(VISION_MACHINE_MODE, 26),
+    ROW(VISION_MACHINE_RATE, 27),
+    ROW(CALIB_MACHINE_MODE, 28),
+    ROW(CALIB_MACHINE_RATE, 29),
+    ROW(VIO_MODE, 30),
+    ROW(VIO_RATE, 31),
+    ROW(DPU_MODE, 32),
+    ROW(DPU_RATE, 33),
+    ROW(SOA_MODE, 34),
+    ROW(SOA_RATE, 35),
+    ROW(SELF_CALIB_MODE, 36),
+    ROW(SELF_CALIB_RATE, 37),
+    ROW(SECURE_LANDING_MODE, 38),
+    ROW(SECURE_LANDING_RATE, 39),
+    ROW(PRECISE_LANDING_MODE, 40),
+    ROW(PRECISE_LANDING_RATE, 41),
+    ROW(DETECTION_TRACKING_MODE, 42),
+    ROW(DETECTION_TRACKING_RATE, 43),
+    ROW(MAPPING_PATHPLANNING_MODE, 44),
+    ROW(MAPPING_PATHPLANNING_RATE, 45),
+    ROW(SHOW_HEAD_RADAR, 46),
+    ROW(SHOW_REAR_RADAR, 47),
+    ROW(SHOW_BOTTOM_RADAR, 48),
+    ROW(SHOW_RIGHT_RADAR, 49),
+    ROW(SHOW_LEFT_RADAR, 50),
+    ROW(SHOW_TOP_RADAR, 51),
+    ROW(SHOW_OMNI_RADAR, 52),
+    ROW(SHOW_PRIOR_RADAR, 53),
+    ROW(ENABLE_HEAD_SOA, 54),
+    ROW(ENABLE_REAR_SOA, 55),
+    ROW(ENABLE_BOTTOM_SOA, 56),
+    ROW(ENABLE_RIGHT_SOA, 57),
+    ROW(ENABLE_LEFT_SOA, 58),
+    ROW(ENABLE_TOP_SOA, 59),
+    ROW(ENABLE_OMNI_SOA, 60),
+    ROW(ENABLE_PRIOR_SOA, 61),
+    ROW(ENABLE_SECURE_LANDING, 62),
+    ROW(ENABLE_PRECISE_LANDING, 63),
+    ROW(ENABLE_RESERVED_FUNCTION, 64),
+    ROW(WORK_MODE, 65),
+    ROW(WORK_STATUS, 66),
+    ROW(OVERHEART, 67),
+    ROW(WIFI_ENABLE, 68),
+    ROW(WIFI_STATUS, 69),
+    ROW(STEREO_CALIB_HEAD_STATUS, 70),
+    ROW(STEREO_CALIB_REAR_STATUS, 71),
+    ROW(STEREO_CALIB_BOTTOM_STATUS, 72),
+};
+
+static const struct interface_row constant_rows[] = {
+    ROW(VX_MSG_MAGIC, 24122),
+    ROW(MSTP_USER_DATA_OVER_WRITE, 0),
+    ROW(MSTP_USER_DATA_PROC_BY_CALLBACK, 1),
+    ROW(MSTP_NODE_MGR, 2),
+    ROW(MSTP_HEART_BEAT, 3),
+    ROW(MSTP_OPERATION_ON_HB, 4),
+    ROW(MGR_CMD_REGISTER, 0),
+    ROW(MGR_CMD_UNREGISTER, 1),
+    ROW(MGR_CMD_NOTIFY, 2),
+    ROW(NODE_STAT_INACTIVED, 0),
+    ROW(NODE_STAT_ACTIVED, 1),
+    ROW(VX_MSG_BROADCAST, 65280),
+    ROW(VX_MSG_MAX_PAYLOAD, 8192),
+    ROW(VX_MSG_MAX_READ, 8192),
+    ROW(VX_MSG_BUFFER_SIZE, 8240),
+    ROW(VX_NODE_COUNT, 128),
+    ROW(VX_NODE_PORT_BASE, 9000),
+    ROW(VX_NODE_MANAGER_ID, 0),
+};
+
+static const struct interface_row layout_rows[] = {
+    SIZE(vx_flag_s, 1),
+    SIZE(vx_msg_head_t, 16),
+    OFFSET(vx_msg_head_t, magic, 0),
+    OFFSET(vx_msg_head_t, flag, 2),
+    OFFSET(vx_msg_head_t, msg_type, 3),
+    OFFSET(vx_msg_head_t, data_length, 4),
+    OFFSET(vx_msg_head_t, src, 6),
+    OFFSET(vx_msg_head_t, dst, 8),
+    OFFSET(vx_msg_head_t, sequence, 10),
+    OFFSET(vx_msg_head_t, recv_time, 12),
+    SIZE(node_mgr_msg_t, 4),
+    OFFSET(node_mgr_msg_t, cmd, 0),
+    OFFSET(node_mgr_msg_t, cnt, 2),
+    SIZE(vexa_node_t, 38),
+    OFFSET(vexa_node_t, name, 0),
+    OFFSET(vexa_node_t, ip, 16),
+    OFFSET(vexa_node_t, port, 32),
+    OFFSET(vexa_node_t, node_id, 34),
+    OFFSET(vexa_node_t, stat, 36),
+    SIZE(NodeID, 4),
+    SIZE(MsgType, 4),
+    SIZE(MsgExtra, 24),
+    OFFSET(MsgExtra, src, 0),
+    OFFSET(MsgExtra, dst, 4),
+    OFFSET(MsgExtra, recv_time, 8),
+    OFFSET(MsgExtra, len, 16),
+    SIZE(HeartBeatField, 4),
+    SIZE(HeartBeatPair, 8),
+    OFFSET(HeartBeatPair, field, 0),
+    OFFSET(HeartBeatPair, value, 4),
+    SIZE(struct VPHeartbeatFrame, 56),
+    OFFSET(struct VPHeartbeatFrame, device, 0),
+    OFFSET(struct VPHeartbeatFrame, device.data, 0),
+    OFFSET(struct VPHeartbeatFrame, device.details, 0),
+    OFFSET(struct VPHeartbeatFrame, core, 8),
+    OFFSET(struct VPHeartbeatFrame, core.data, 8),
+    OFFSET(struct VPHeartbeatFrame, core.details, 8),
+    OFFSET(struct VPHeartbeatFrame, task, 40),
+    OFFSET(struct VPHeartbeatFrame, task.data, 40),
+    OFFSET(struct VPHeartbeatFrame, task.details, 40),
+};
+
+/* clang-format on */
+
+#define ROWS_IN(rows) (sizeof(rows) / sizeof((rows)[0]))
+
+#endif

@@ -1,0 +1,35 @@
+/**
+ * @file
+ * What the system says this process holds.
+ */
+#ifndef TEST_PROCESS_STATE_H
+#define TEST_PROCESS_STATE_H
+
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <string>
+
+namespace process_state {
+
+/** Every open descriptor and what it leads to. */
+inline std::map<std::string, std::string> descriptors() {
+    std::map<std::string, std::string> open;
+    std::error_code gone; // the descriptor of this very walk
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const std::string target = std::filesystem::read_symlink(entry, gone).string();
+        if (!gone && target.find("/proc/") != 0) {
+            open[entry.path().filename()] = target;
+        }
+    }
+    return open;
+}
+
+inline size_t threads() {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+} // namespace process_state
+
+#endif
