@@ -35,6 +35,9 @@ const std::vector<demo::scene> &scenes() {
          demo::play_statuses},
         {"Broadcasts reach the active nodes below the sender (vision_brocast_msg)", demo::play_broadcast},
         {"A heartbeat change travels by the proxy to every node (vision_set_hearbeat)", demo::play_heartbeat},
+        {"Node 9 reports to the flight side and commands the camera (send_message_..., "
+         "send_ifly_command_...)",
+         demo::play_link},
         {"Node 3 leaves (vision_msg_component_deinit)", demo::play_leaving},
         {"Everybody leaves", demo::play_end},
     };

@@ -9,11 +9,13 @@
 //     poll KEY                       vision_recv_status                   polled key number sent src | polled
 //     key watch KEY                      reports each newer status of a key   status key number sent at src
 //     heartbeat FIELD=VALUE...       vision_set_hearbeat                  set at result
+//     link KIND NUMBER               a datagram of the vision link        linked sent at
 //     stop                           leaves the bus                       stopping at, stopped
 //
 // Unasked: "got" for each message to the callback, "table" and "frame" when the node table or the heartbeat
 // frame have changed; both are looked at every millisecond. End of input ends the program.
 #include "demo_payload.h"
+#include "link_sender.h"
 #include "node_mapping.h"
 #include "vision_service_route_funcs.h"
 
@@ -90,7 +92,7 @@ public:
             {"send", &demo_node::send},           {"queue", &demo_node::queue},
             {"broadcast", &demo_node::broadcast}, {"status", &demo_node::status},
             {"poll", &demo_node::poll},           {"watch", &demo_node::watch},
-            {"heartbeat", &demo_node::heartbeat}};
+            {"heartbeat", &demo_node::heartbeat}, {"link", &demo_node::link}};
         std::istringstream words{line};
         std::string name;
         words >> name;
@@ -221,6 +223,15 @@ private:
         const uint64_t at = demo::now_ns();
         const int result = vision_set_hearbeat(pairs.data(), static_cast<int>(pairs.size()));
         report("set at={} result={}", at, result);
+    }
+
+    void link(std::istream &words) {
+        std::string kind;
+        unsigned number = 0;
+        words >> kind >> number;
+        const uint64_t at = demo::now_ns();
+        const int result = demo::send_link(kind, static_cast<uint8_t>(number));
+        report("linked sent={} at={}", result < 0 ? 0 : 1, at);
     }
 
     void look_at_table() {
