@@ -25,16 +25,14 @@ protected:
         char name[] = "/tmp/vexa_demo_test_XXXXXX";
         ASSERT_NE(mkdtemp(name), nullptr);
         programs_ = name;
-        std::filesystem::create_directories(programs_ + "/vexa");
-        std::filesystem::create_directories(programs_ + "/demo");
-        std::filesystem::create_symlink(DEMO_NODE_PROGRAM, programs_ + "/demo/vexa_demo_node");
+        std::filesystem::create_symlink(DEMO_NODE_PROGRAM, programs_ + "/vexa_demo_node");
     }
 
     void TearDown() override { std::filesystem::remove_all(programs_); }
 
     /// Runs the demo with a bash script in the place of vexa; $REAL is the real one.
     finished run_with(const std::string &script) const {
-        const std::string file = programs_ + "/vexa/vexa";
+        const std::string file = programs_ + "/vexa";
         std::ofstream{file} << "#!/bin/bash\nREAL=" << VEXA_PROGRAM << "\n" << script;
         std::filesystem::permissions(file, std::filesystem::perms::owner_all);
         return run({"--programs", programs_});

@@ -42,7 +42,7 @@ class listener {
 public:
     listener(const stage &on, const char *end, int count)
         : end_(end),
-          process_({on.nodes.how().programs + "/vexa/vexa", end, "--json", "--count", std::to_string(count),
+          process_({on.nodes.how().programs + "/vexa", end, "--json", "--count", std::to_string(count),
                     "--timeout", "10"}) {
         const ordered_json said = next("listening");
         if (said.is_null()) {
