@@ -30,8 +30,8 @@ constexpr std::array<link_kind, 7> k_kinds = {{
     {"goal_area", "goal_area", "id", false, "link to the flight side, goal area"},
     {"orbit_status", "orbit_status", "flag", false, "link to the flight side, orbit status"},
     {"orbit_area", "orbit_area", "status", false, "link to the flight side, orbit area"},
-    {"command_ack", "command_ack", "command", false, "link to the flight side, acknowledgement"},
-    {"command_ack_rc", "command_ack", "command", false, "link to the flight side, long acknowledgement"},
+    {"command_ack", "command_ack", "command", false, "link to the flight side, ack"},
+    {"command_ack_rc", "command_ack", "command", false, "link to the flight side, ack with status1"},
     {"camera_command", "camera_command", "command", true, "link to the camera, command"},
 }};
 constexpr int k_to_camera = k_rounds;
@@ -80,6 +80,12 @@ std::string difference(const ordered_json &got, const link_kind &kind, int numbe
                : "arrived as another message";
 }
 
+/// What fits in a line of the transcript.
+std::string shortened(const std::string &text) {
+    constexpr size_t most = 90;
+    return text.size() <= most ? text : text.substr(0, most) + " ...";
+}
+
 /// Sends one datagram and accounts for it.
 void send_one(stage &on, path &row, listener &ear, const link_kind &kind, int number,
               std::set<int> &sequences) {
@@ -94,8 +100,8 @@ void send_one(stage &on, path &row, listener &ear, const link_kind &kind, int nu
     sequences.insert(got["sequence"].get<int>());
     row.delays_ns.push_back(got["received_ns"].get<uint64_t>() - sent.number("at"));
     if (number == 1) {
-        on.out.event(ear.end(), fmt::format("{} #{}: {:.90}", kind.message, got["sequence"].get<int>(),
-                                            got["fields"].dump()));
+        on.out.event(ear.end(), fmt::format("{} #{}: {}", kind.message, got["sequence"].get<int>(),
+                                            shortened(got["fields"].dump())));
     }
 }
 
@@ -107,7 +113,7 @@ void close(stage &on, path &row, listener &ear) {
         row.missing.push_back(fmt::format("the stand-in for the {} ended with status {}", ear.end(), status));
         return;
     }
-    on.out.event(ear.end(), fmt::format("ends: {} datagrams, {} malformed, {} numbers missing in its row",
+    on.out.event(ear.end(), fmt::format("ends: {} datagrams, {} malformed, {} numbers not seen here",
                                         summary["received"].get<int>(), summary["malformed"].get<int>(),
                                         summary["missing"].get<int>()));
 }
