@@ -345,6 +345,7 @@ void *msg_io_thread(void *data) {
 }
 
 void thrio_proc_message(socket_io_t *sio, void *msg_in, int len) {
+    leave_despite_flood(sio); // first, for what is dropped below counts too
     auto *bytes = static_cast<uint8_t *>(msg_in);
     if (len < VX_MSG_HEAD_SIZE) {
         VX_LOG(WARN, "drop datagram of %d bytes, shorter than a header\n", len);
@@ -358,7 +359,6 @@ void thrio_proc_message(socket_io_t *sio, void *msg_in, int len) {
     memcpy(bytes, &head, sizeof head);
     MsgExtra extra = {static_cast<NodeID>(head.src), static_cast<NodeID>(head.dst), head.recv_time, len};
     dispatch({head, bytes, bytes + VX_MSG_HEAD_SIZE, len - VX_MSG_HEAD_SIZE, extra});
-    leave_despite_flood(sio);
 }
 
 int node_check(const vx_msg_head_t *msg) {
