@@ -201,6 +201,14 @@ void close_pipe(int (&fds)[2]) {
     }
 }
 
+/// What was refused between a start that failed and this one must not be sent after all.
+void forget_refused() {
+    vx_msg_buf refused;
+    int len = 0;
+    while (io_pool_tx_get(reinterpret_cast<char *>(&refused), &len) >= 1) {
+    }
+}
+
 int create_pipes() {
     if (pipe(thread_data.pipefd) == 0 && pipe(thread_data.thio2aumsg) == 0) {
         return 0;
@@ -288,6 +296,7 @@ int vision_msg_component_init(NodeID id, const char *name, const char *ip, msg_c
     g_initialized = 1;
     g_pipe_blocks = net_set_fd_noblock(thread_data.pipefd[0]) == 0;
     (void)net_set_fd_noblock(thread_data.pipefd[1]); // without it a sender waits when the pipe is full
+    forget_refused();
     g_running.open();
     if (start_threads() != 0) {
         return -1;
