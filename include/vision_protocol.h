@@ -130,7 +130,8 @@ static inline void msg_head_store(uint8_t *bytes, const struct msg_head_s *msg) 
 }
 
 /** @name The camera-protocol header
- * Functions on one header, which is the caller's. A NULL header is left alone, and asked about gives 0.
+ * Functions on one header, which is the caller's and lies at an even address; for another one there are
+ * msg_head_load and msg_head_store. A NULL header is left alone, and asked about gives 0.
  * @par Threads  Any thread; they touch only that header, take no lock and do not block.
  * @{ */
 
