@@ -85,6 +85,7 @@ TEST_F(Retry, SuccessOnTheFifthAttemptIsAFailure) {
 
 TEST_F(Retry, FiveFailuresEndItWithTheLastResultAndNoMessage) {
     faults::fail(call::sendto, ENETUNREACH);
+    faults::fail(call::usleep, EINTR); // a pause cut short must not hide the reason
     int result = 0;
     int why = 0;
     EXPECT_EQ(standard_error_of([&] {
@@ -178,6 +179,19 @@ TEST_F(Retry, AFailedSendHasUsedItsNumber) {
     EXPECT_EQ(send_ifly_command_ack(1, 1), -1);
     EXPECT_EQ(send_ifly_command_ack(1, 1), 48);
     EXPECT_EQ(ut_get_le16(flight.receive().value().data() + 12), 1);
+}
+
+TEST_F(Retry, NumbersStartAgainAfter65536) {
+    faults::fail(call::usleep, 0, faults::k_forever, 0, 0); // no pauses, and nothing leaves
+    faults::fail(call::sendto, 0, faults::k_forever, 0, 48);
+    for (int i = 0; i < 65535; ++i) {
+        ASSERT_EQ(send_ifly_command_ack(1, 1), 48);
+    }
+    faults::clear();
+    for (const int expected : {65535, 0, 1}) {
+        EXPECT_EQ(send_ifly_command_ack(1, 1), 48);
+        EXPECT_EQ(ut_get_le16(flight.receive().value().data() + 12), expected);
+    }
 }
 
 TEST_F(Retry, WithoutASocketNothingIsTriedAndTheReasonIsReported) {
