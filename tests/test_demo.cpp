@@ -62,6 +62,8 @@ private:
     std::string programs_;
 };
 
+class DemoEndedBy : public Demo, public testing::WithParamInterface<int> {};
+
 /// Whether some process holds the lock of a file.
 bool is_locked(const std::string &file) {
     const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -163,21 +165,21 @@ TEST_F(Demo, SaysWhyTheNodeManagerCannotStart) {
     EXPECT_THAT(result.output, HasSubstr("the node manager has ended, with status 1"));
 }
 
-TEST_F(Demo, LeavesNoChildBehindHoweverItEnds) {
+TEST_P(DemoEndedBy, LeavesNoChildBehind) {
     // Node 5 holds a lock for as long as it lives, and lives on when its input ends.
     const std::string lock = own_directory() + "/lock";
     replace_node("if [ \"$2\" = 5 ]; then exec 9>>" + lock +
                  "; flock 9; exec sleep 1000; fi; exec \"$REAL\" \"$@\"\n");
-    for (const int number : {SIGKILL, SIGTERM, SIGALRM}) {
-        std::vector<std::string> command = own_programs();
-        command.insert(command.begin(), DEMO_PROGRAM);
-        child_process process{command, {.error_file = "", .merge_errors = true}};
-        ASSERT_TRUE(wait_until([&] { return is_locked(lock); }));
-        process.signal(number);
-        EXPECT_NE(process.wait_exit(10s).value_or(0), 0);
-        EXPECT_TRUE(wait_until([&] { return !is_locked(lock); })) << "ended by signal " << number;
-    }
+    std::vector<std::string> command = own_programs();
+    command.insert(command.begin(), DEMO_PROGRAM);
+    child_process process{command, {.error_file = "", .merge_errors = true}};
+    ASSERT_TRUE(wait_until([&] { return is_locked(lock); }));
+    process.signal(GetParam());
+    EXPECT_NE(process.wait_exit(10s).value_or(0), 0);
+    EXPECT_TRUE(wait_until([&] { return !is_locked(lock); }));
 }
+
+INSTANTIATE_TEST_SUITE_P(Signal, DemoEndedBy, testing::Values(SIGKILL, SIGTERM, SIGALRM));
 
 TEST_F(Demo, TheWatchdogSaysThatItEndedTheDemo) {
     replace_node("cat >/dev/null\n");
