@@ -21,6 +21,7 @@
 #include <atomic>
 #include <cstdio>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -255,12 +256,20 @@ void leave_despite_flood(socket_io_t *sio) {
     }
 }
 
+/// For a socket that cannot be made non-blocking: a short wait for nothing, instead of one without end.
+void limit_waiting(const net_sockfd_t &sock) {
+    const timeval a_moment{0, 1000};
+    (void)setsockopt(sock.sockfd, SOL_SOCKET, SO_RCVTIMEO, &a_moment, sizeof a_moment);
+}
+
 void open_socket(const thr_in_data_t &context) {
     // None of the three is fatal: without them the node hears nothing, and the log says why.
     net_sockfd_t sock{};
     (void)net_udp_client(&sock);
     (void)net_bind(&sock, nullptr, static_cast<uint16_t>(VX_NODE_PORT_BASE + context.node_id));
-    (void)net_set_socket_noblock(&sock);
+    if (net_set_socket_noblock(&sock) == 0) {
+        limit_waiting(sock);
+    }
     g_sio.sockfd = sock.sockfd;
     g_sio.pipefd_wr = context.thio2aumsg[1];
     g_sio.proc_msg = thrio_proc_message;
@@ -345,6 +354,7 @@ void *msg_io_thread(void *data) {
 }
 
 void thrio_proc_message(socket_io_t *sio, void *msg_in, int len) {
+    leave_despite_flood(sio); // first, for what is dropped below counts too
     auto *bytes = static_cast<uint8_t *>(msg_in);
     if (len < VX_MSG_HEAD_SIZE) {
         VX_LOG(WARN, "drop datagram of %d bytes, shorter than a header\n", len);
@@ -358,7 +368,6 @@ void thrio_proc_message(socket_io_t *sio, void *msg_in, int len) {
     memcpy(bytes, &head, sizeof head);
     MsgExtra extra = {static_cast<NodeID>(head.src), static_cast<NodeID>(head.dst), head.recv_time, len};
     dispatch({head, bytes, bytes + VX_MSG_HEAD_SIZE, len - VX_MSG_HEAD_SIZE, extra});
-    leave_despite_flood(sio);
 }
 
 int node_check(const vx_msg_head_t *msg) {
@@ -380,8 +389,9 @@ int msg_check(const vx_msg_head_t *msg) {
 
 void on_write(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
     const thr_in_data_t &context = *reinterpret_cast<thr_in_data_t *>(watcher);
-    const bool leaving = g_leaving.load(std::memory_order_acquire); // before the queue is looked at
     drain_wakeups(context.pipefd[0]);
+    // Behind the last wake-up byte, which may be the farewell's, and before the queue is looked at.
+    const bool leaving = g_leaving.load(std::memory_order_acquire);
     vx_msg_buf msg;
     int len = 0;
     while (io_pool_tx_get(reinterpret_cast<char *>(&msg), &len) >= 1) {

@@ -33,6 +33,7 @@ constinit std::mutex g_lifecycle;    // held by init and deinit, whose own state
 constinit uint8_t g_initialized = 0; // 1 from the pipes' creation until deinit
 constinit bool g_io_thread_started = false;
 constinit bool g_debug_thread_started = false;
+constinit bool g_pipe_blocks = false; // its read end could not be made non-blocking
 pthread_t tid{};            // the I/O thread, valid while its flag is set
 pthread_t g_debug_thread{}; // valid while its flag is set
 stop_signal g_debug_stop;
@@ -200,6 +201,14 @@ void close_pipe(int (&fds)[2]) {
     }
 }
 
+/// What was refused between a start that failed and this one must not be sent after all.
+void forget_refused() {
+    vx_msg_buf refused;
+    int len = 0;
+    while (io_pool_tx_get(reinterpret_cast<char *>(&refused), &len) >= 1) {
+    }
+}
+
 int create_pipes() {
     if (pipe(thread_data.pipefd) == 0 && pipe(thread_data.thio2aumsg) == 0) {
         return 0;
@@ -227,14 +236,14 @@ int start_threads() {
     return start_thread(g_debug_thread, g_debug_thread_started, msg_route_dbg_thread, nullptr);
 }
 
-/// The queue takes nothing more behind the UNREGISTER. A pipe that cannot be written is closed, which wakes
-/// its reader just as well.
+/// The queue takes nothing more behind the UNREGISTER. A pipe that cannot be written, or whose reader is stuck
+/// in it, is closed, which wakes the reader just as well.
 void vxmsg_ungregister() {
     vx_msg_buf out;
     buid_unregist_msg(out.message());
     io_pool_tx_put_last(out.message());
     thrio_request_leave();
-    if (!wake_io_thread(__func__)) {
+    if (!wake_io_thread(__func__) || g_pipe_blocks) {
         g_running.close();
         (void)close(thread_data.pipefd[1]);
         thread_data.pipefd[1] = 0;
@@ -285,9 +294,9 @@ int vision_msg_component_init(NodeID id, const char *name, const char *ip, msg_c
         return -1;
     }
     g_initialized = 1;
-    (void)net_set_fd_noblock(
-        thread_data.pipefd[0]); // a failure would show as a stall, and nothing could mend it
-    (void)net_set_fd_noblock(thread_data.pipefd[1]);
+    g_pipe_blocks = net_set_fd_noblock(thread_data.pipefd[0]) == 0;
+    (void)net_set_fd_noblock(thread_data.pipefd[1]); // without it a sender waits when the pipe is full
+    forget_refused();
     g_running.open();
     if (start_threads() != 0) {
         return -1;

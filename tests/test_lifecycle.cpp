@@ -1,6 +1,7 @@
 // Starting and stopping the node, in every order and from every side.
 #include "expect_log.h"
 #include "node_mapping.h"
+#include "node_mgr_msg_helper.h"
 #include "peer.h"
 #include "process_state.h"
 #include "refusals.h"
@@ -305,6 +306,7 @@ TEST(Restart, FindsTheRecordsOfTheLastTimeButTheManagers) {
 TEST(NoNode, EveryCallIsRefusedBeforeInitAndAfterDeinit) {
     const watched_descriptor_0 descriptor;
     bus::expect_refusals();
+    EXPECT_EQ(send_node_info(1, 9, 3, 2), -1);
     EXPECT_TRUE(descriptor.untouched());
     node_under_test node{5};
     ASSERT_TRUE(node.join({3, 127}));
@@ -312,6 +314,7 @@ TEST(NoNode, EveryCallIsRefusedBeforeInitAndAfterDeinit) {
     node.stop();
     (void)node.manager().take_all();
     bus::expect_refusals();
+    EXPECT_EQ(send_node_info(1, 9, 3, 2), -1);
     EXPECT_TRUE(descriptor.untouched());
     for (const uint16_t id : bus::ids{0, 3, 127}) {
         EXPECT_TRUE(node.other(id).silent()) << id;

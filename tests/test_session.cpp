@@ -208,6 +208,7 @@ TEST(Pace, IsOneSecondAgainAfterARestart) {
 }
 
 TEST(Pace, IsKeptInRealTime) {
+    constexpr double slack_s = 4; // for a machine that is busy with other things
     node_under_test node{9};
     ASSERT_EQ(node.start(), 0);
     std::vector<double> arrivals;
@@ -215,14 +216,18 @@ TEST(Pace, IsKeptInRealTime) {
         ASSERT_TRUE(node.manager().receive());
         arrivals.push_back(node.manager().last_arrival_s());
     }
-    EXPECT_GE(arrivals[1] - arrivals[0], 0.95);
-    EXPECT_LE(arrivals[1] - arrivals[0], 2.0);
-    EXPECT_GE(arrivals[2] - arrivals[1], 0.95);
+    for (size_t i = 1; i < arrivals.size(); ++i) {
+        EXPECT_GE(arrivals[i] - arrivals[i - 1], 0.9) << i;
+        EXPECT_LE(arrivals[i] - arrivals[i - 1], 1 + slack_s) << i;
+    }
     node.tell(bus::table({}), bus::k_accepted);
     ASSERT_TRUE(node.settle());
-    ASSERT_TRUE(node.manager().receive(milliseconds(2000))); // at most a second, and some for a busy machine
+    const double accepted_s = wall_clock_s();
+    ASSERT_TRUE(wait_until([] { return register_waits().back() == 10; }));
+    ASSERT_TRUE(node.manager().receive());
+    EXPECT_LE(node.manager().last_arrival_s() - accepted_s, 1 + slack_s);
+    (void)node.manager().take_all();
     EXPECT_FALSE(node.manager().receive(milliseconds(2000)));
-    EXPECT_EQ(register_waits().back(), 10);
 }
 
 TEST(Pace, HasNothingToDoWithTheWallClock) {
