@@ -69,6 +69,18 @@ TEST(HeartbeatLog, HasEveryChangeOfAFieldAndNoRepetition) {
     }
 }
 
+TEST(HeartbeatLog, ComparesAllBitsOfAValue) {
+    for (const hb_rows::row &row : hb_rows::all) {
+        logs::clear();
+        for (const int value : {5, 0x105, 0x105, INT_MIN + 0x105, INT_MIN + 0x105, 5}) {
+            set(row.field, value);
+        }
+        EXPECT_THAT(logs::lines(), ElementsAre(line_of(row, "5"), line_of(row, "105"),
+                                               line_of(row, "80000105"), line_of(row, "5")))
+            << row.number;
+    }
+}
+
 TEST(HeartbeatLog, StaysSilentHoweverOftenAValueIsRepeated) {
     set(VIO_MODE, 2);
     logs::clear();

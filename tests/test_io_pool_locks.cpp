@@ -1,11 +1,10 @@
-// How often the transmit queue is looked at before it counts as empty. A look takes the queue's lock, so the
-// test stands between the library and pthread_mutex_lock.
+// The locks of the queues. A look at the transmit queue takes one, which shows how often it is looked at.
 #include "io_pool.h"
 
+#include "lock_probe.h"
 #include "log_lines.h"
 #include "pool_probe.h"
 
-#include <dlfcn.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,18 +18,20 @@ using testing::IsEmpty;
 
 namespace {
 
-thread_local int looks = -1;                 // locks taken since the count began; negative: not counted
-thread_local int interesting_look = 0;       // before this one, at_look runs
-thread_local std::function<void()> *at_look; // null: nothing runs
+size_t looks = 0; // locks taken by what was counted last
 
-/// Does something and counts how often a lock is taken meanwhile; before one of these, `at` runs.
+/// Does something and counts how often it takes a lock; before lock number `look`, `at` runs.
 template <class Work>
-auto counting(Work work, int look = 0, std::function<void()> at = {}) {
-    at_look = at ? &at : nullptr;
-    interesting_look = look;
-    looks = 0;
-    auto result = work();
-    at_look = nullptr;
+auto counting(Work work, size_t look = 0, const std::function<void()> &at = {}) {
+    lock_probe::watch locks;
+    locks.before_lock = [&] {
+        if (locks.taken.size() == look) {
+            at();
+        }
+    };
+    auto result = lock_probe::during(locks, work);
+    looks = locks.taken.size();
+    EXPECT_LE(locks.most_held, 1);
     return result;
 }
 
@@ -42,44 +43,32 @@ class TransmitQueueLooks : public pool_probe::Pool {};
 
 } // namespace
 
-extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
-    using lock_t = int (*)(pthread_mutex_t *);
-    static const auto real = reinterpret_cast<lock_t>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
-    if (looks >= 0 && ++looks == interesting_look && at_look != nullptr) {
-        const int counted = looks;
-        looks = -1;
-        (*at_look)();
-        looks = counted;
-    }
-    return real(mutex);
-}
-
 TEST_F(TransmitQueueLooks, Are128WhenItIsEmpty) {
     EXPECT_THAT(counting(take), IsEmpty());
-    EXPECT_EQ(looks, 128);
+    EXPECT_EQ(looks, 128U);
 }
 
 TEST_F(TransmitQueueLooks, AreOneWhenThereIsAMessage) {
     put_one();
     EXPECT_EQ(counting(take), status(6, 10).block());
-    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(looks, 1U);
 }
 
 TEST_F(TransmitQueueLooks, FindAMessageThatComesBeforeTheLastOfThem) {
     EXPECT_EQ(counting(take, 128, put_one), status(6, 10).block());
-    EXPECT_EQ(looks, 128);
+    EXPECT_EQ(looks, 128U);
 }
 
 TEST_F(TransmitQueueLooks, EndWithTheFirstMessage) {
     EXPECT_EQ(counting(take, 50, put_one), status(6, 10).block());
-    EXPECT_EQ(looks, 50);
+    EXPECT_EQ(looks, 50U);
 }
 
 TEST_F(TransmitQueueLooks, AreNotTakenByASenderOnceTheLastMessageIsIn) {
     const auto refused = [] { return io_pool_tx_put(status(3, 10)); };
     io_pool_tx_put_last(status(2, 10));
     EXPECT_EQ(counting(refused), -1);
-    const int while_leaving = looks;
+    const size_t while_leaving = looks;
     io_pool_deinit();
     EXPECT_EQ(counting(refused), -1);
     EXPECT_EQ(while_leaving, looks) << "no more locks than the log line of a refusal without queues";
@@ -91,4 +80,24 @@ TEST_F(TransmitQueueLooks, OfASenderFindTheLastMessageThatCameJustBeforeHim) {
     EXPECT_EQ(result, -1);
     EXPECT_THAT(logs::lines(), ElementsAre("ERROR src/io_pool io_pool_tx_put: msg dst 64001 >= 128"));
     EXPECT_EQ(pool_probe::take_all(), std::vector<pool_probe::bytes>{status(2, 10).block()});
+}
+
+TEST(PoolLocks, AreOnePerQueueAndNeverHeldTogether) {
+    ASSERT_EQ(io_pool_init(pool_probe::same_key), 0);
+    ASSERT_EQ(io_pool_rx_put(status(6, 10)), 0);
+    (void)pool_probe::ask(6); // both throttled lines are out: the log takes no lock below
+    ASSERT_EQ(io_pool_rx_put(status(6, 10)), 0);
+    lock_probe::watch receive;
+    lock_probe::watch transmit;
+    const message m = status(6, 10);
+    EXPECT_EQ(lock_probe::during(receive, [&] { return io_pool_rx_put(m); }), 0);
+    EXPECT_EQ(lock_probe::during(receive, [] { return pool_probe::ask(6).len; }), 10);
+    EXPECT_EQ(lock_probe::during(transmit, [&] { return io_pool_tx_put(m); }), 0);
+    EXPECT_EQ(lock_probe::during(transmit, [] { return take(); }), m.block());
+    EXPECT_THAT(receive.taken, ElementsAre(receive.taken.at(0), receive.taken.at(0)));
+    EXPECT_THAT(transmit.taken, ElementsAre(transmit.taken.at(0), transmit.taken.at(0)));
+    EXPECT_NE(receive.taken.at(0), transmit.taken.at(0));
+    EXPECT_EQ(receive.most_held, 1);
+    EXPECT_EQ(transmit.most_held, 1);
+    io_pool_deinit();
 }
