@@ -93,6 +93,9 @@ VEXAMSG_API int io_pool_tx_get(char *buf, int *len);
  */
 void io_pool_tx_put_last(const vx_msg_head_t *msg);
 
+/** Refuses a message as io_pool_tx_put does before the start. @return -1. Not exported. */
+int io_pool_tx_refuse(const vx_msg_head_t *msg);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,9 +5,6 @@
  * Beside it runs the registration worker, which sends REGISTER to the node manager every second until
  * accepted, then every 10 s.
  *
- *     pthread_create(&tid, NULL, msg_io_thread, &context);
- *     ... io_pool_tx_put(msg); write(context.pipefd[1], "g", 1); ...
- *
  * vision_msg_component_init and _deinit do all of this; the entry points are exported for tools and tests.
  */
 #ifndef THREAD_IO_H

@@ -197,7 +197,8 @@ VEXAMSG_API int data_to_json_cb(const char *json_string, void *ctx);
  *   standard error), and also when only the fifth and last attempt got through,
  * - 0 when the system took no byte in five attempts.
  * @par Threads  Any thread, also several at once; datagrams of two threads are numbered in either order.
- * Blocks for 1 to 5 milliseconds and what the system takes to send; allocates nothing.
+ * Blocks for at least 1 ms per attempt (1 to 5 attempts) and what the system takes to send; allocates
+ * nothing.
  * @{ */
 
 /** Reports one tracked target. */
@@ -251,7 +252,8 @@ VEXAMSG_API int send_general_message(unsigned short msgType, vxlink_message_head
  * @return bytes sent; -1 when there is no socket (reported on standard error; the next call tries again),
  * when only the fifth attempt succeeded (reported too) and for input that cannot be sent (logged: NULL with a
  * length, a negative length, no address); else what the fifth attempt gave, -1 with errno or 0
- * @par Threads  Any thread. Blocks for 1 to 5 milliseconds and what the system takes to send.
+ * @par Threads  Any thread. Blocks for at least 1 ms per attempt (1 to 5 attempts) and what the system takes
+ * to send.
  */
 VEXAMSG_API int vision_udp_send(char *sData, int dwLen, char *sIpAddr, unsigned short wPort);
 

@@ -86,11 +86,6 @@ typedef struct {
     uint8_t stat;     /**< NODE_STAT_ACTIVED or NODE_STAT_INACTIVED; one unused byte follows */
 } vexa_node_t;
 
-#ifdef __cplusplus
-#define VX_STATIC_ASSERT static_assert
-#else
-#define VX_STATIC_ASSERT _Static_assert
-#endif
 VX_STATIC_ASSERT(sizeof(vx_flag_s) == 1, "one byte on the wire");
 VX_STATIC_ASSERT(sizeof(vx_msg_head_t) == VX_MSG_HEAD_SIZE, "wire size of the header");
 VX_STATIC_ASSERT(offsetof(vx_msg_head_t, flag) == 2 && offsetof(vx_msg_head_t, msg_type) == 3 &&

@@ -23,6 +23,13 @@
 #define VEXAMSG_ENUM_I32
 #endif
 
+/** A layout that a compiler for this language checks. */
+#ifdef __cplusplus
+#define VX_STATIC_ASSERT static_assert
+#else
+#define VX_STATIC_ASSERT _Static_assert
+#endif
+
 /**
  * The bit fields of one byte, named from bit 0 upwards. A compiler for a big-endian host fills a byte from
  * the top, so the list is turned round there and the byte stays the same.

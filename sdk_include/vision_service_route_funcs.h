@@ -23,6 +23,7 @@
 #include "vision_service_route_types.h"
 #include "vision_service_route_vision_heartbeat.h"
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -36,6 +37,9 @@ typedef struct MsgExtra {
     int64_t recv_time; /**< time of arrival within the wall clock's second [ns], 0 to 999 999 000 */
     int len; /**< [bytes] callback: the whole datagram, 16 header bytes included; polling: the payload */
 } MsgExtra;
+VX_STATIC_ASSERT(offsetof(MsgExtra, dst) == 4 && offsetof(MsgExtra, recv_time) == 8 &&
+                     offsetof(MsgExtra, len) == 16,
+                 "binary interface of the callback");
 
 /**
  * Receives messages on the I/O thread. While it runs nothing is received and nothing queued is sent, so it
@@ -55,7 +59,9 @@ extern VEXAMSG_API int gn_dbg_route;
 /**
  * Starts the node: queues, node table, log, two pipes, the I/O thread (bound to UDP port 9000 + id on every
  * interface), the registration worker and the debug thread. It does not wait for the node manager: until that
- * has accepted the node and sent the table, sends to other nodes are refused.
+ * has accepted the node and sent the table, sends to other nodes are refused; after a restart in the same
+ * process the table still knows the other nodes. Children that the process starts inherit the node's sockets
+ * and pipes; a forked child that goes on in the same program must not call the library.
  *
  * @param id    the node's id, 1 to 127. Ids above that have no place in the node table
  * @param name  for the table and the log; the first 15 characters are kept. Must not be NULL
@@ -71,9 +77,9 @@ VEXAMSG_API int vision_msg_component_init(NodeID id, const char *name, const cha
 
 /**
  * Leaves the bus and stops everything that init started: tells the node manager, ends and joins all threads,
- * closes pipes and sockets. Takes about 30 ms, and as long as a running callback needs to return. Does
- * nothing when the node is not started; called from the callback it logs an error and does nothing, because
- * it would wait for itself.
+ * closes pipes and sockets. Takes about 30 ms, and as long as the callback needs for what has
+ * arrived already (at most 300 messages). Does nothing when the node is not started; called from the callback
+ * it logs an error and does nothing, because it would wait for itself.
  * @par Threads  Any thread but the callback's. Others may be inside any function of this header: it waits for
  * them.
  */

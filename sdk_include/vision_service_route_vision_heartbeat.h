@@ -16,6 +16,7 @@
 
 #include "vexamsg_export.h"
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -96,6 +97,19 @@ struct VPHeartbeatFrame {
         struct VPHeartbeatTask details;
     } task;
 };
+
+VX_STATIC_ASSERT(sizeof(struct VPHeartbeatFrame) == 56 && offsetof(struct VPHeartbeatFrame, core) == 8 &&
+                     offsetof(struct VPHeartbeatFrame, task) == 40,
+                 "layout of the frame");
+VX_STATIC_ASSERT(sizeof(struct VPHeartbeatDevice) == 8 && sizeof(struct VPHeartbeatTask) == 10,
+                 "bytes of the bit fields");
+VX_STATIC_ASSERT(sizeof(struct VPHeartbeatCore) == 20 && offsetof(struct VPHeartbeatCore, vio_mode) == 4 &&
+                     offsetof(struct VPHeartbeatCore, detection_tracking_mode) == 16,
+                 "one byte each, in this order");
+VX_STATIC_ASSERT(offsetof(struct VPHeartbeatTask, reserved_global_setting) == 3 &&
+                     offsetof(struct VPHeartbeatTask, work_mode) == 8 &&
+                     offsetof(struct VPHeartbeatTask, work_status) == 9,
+                 "three bytes of switches come first");
 
 /** Which field a pair writes. The three GIMBAL_CAMERA_ fields write the gimbal_calib_ bits. */
 typedef enum HeartBeatField VEXAMSG_ENUM_I32 {
@@ -179,6 +193,8 @@ typedef struct HeartBeatPair {
     HeartBeatField field; /**< an unknown field is skipped */
     int value;            /**< a field keeps as many low bits of it as it is wide */
 } HeartBeatPair;
+VX_STATIC_ASSERT(sizeof(HeartBeatPair) == 8 && offsetof(HeartBeatPair, value) == 4,
+                 "as it lies in a message");
 
 #ifdef __cplusplus
 }

@@ -110,11 +110,7 @@ static_assert(std::ranges::all_of(k_fields, [](const hb_field_t &f) {
            f.first_bit / 8 < static_cast<int>(sizeof(VPHeartbeatFrame)) && // inside the frame
            f.first_bit % 8 + f.width <= 8;                                 // one byte written
 }));
-static_assert(sizeof(VPHeartbeatFrame) == 56 && offsetof(VPHeartbeatFrame, core) == 8 &&
-              offsetof(VPHeartbeatFrame, task) == 40 && sizeof(VPHeartbeatDevice) == 8 &&
-              sizeof(VPHeartbeatCore) == 20 && sizeof(VPHeartbeatTask) == 10 &&
-              offsetof(VPHeartbeatTask, work_mode) == 8);
-static_assert(sizeof(HeartBeatPair) == VX_HB_PAIR_SIZE && offsetof(HeartBeatPair, value) == 4);
+static_assert(sizeof(HeartBeatPair) == VX_HB_PAIR_SIZE);
 
 using frame_bytes = std::array<uint8_t, sizeof(VPHeartbeatFrame)>;
 

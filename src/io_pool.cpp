@@ -186,12 +186,6 @@ void put_newest(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.rxlck
     append(ioctx.sock_rxq, msg, "io_pool_rx_put");
 }
 
-int refuse_tx(const vx_msg_head_t *msg) {
-    // The words speak of a destination out of range; what they mean is that there is no queue.
-    VX_LOG_AS("io_pool_tx_put", ERROR, "msg dst %u >= %u", msg->dst, static_cast<unsigned>(VX_NODE_COUNT));
-    return -1;
-}
-
 void append_tx(const vx_msg_head_t *msg) VX_TSA(requires_capability(ioctx.txlck)) {
     if (ioctx.sock_txq->len > k_most_queued) {
         VX_LOG_AS("io_pool_tx_put", WARN, "node %u, rxq overstocked, drop the oldest one\n",
@@ -287,12 +281,12 @@ int io_pool_tx_put(const vx_msg_head_t *msg) {
     const gate_pass pass{tx_gate};
     // Whoever goes on sending to a node that leaves must not keep it from its queue: no lock for him.
     if (!pass || tx_closed.load(std::memory_order_relaxed)) {
-        return refuse_tx(msg);
+        return io_pool_tx_refuse(msg);
     }
     if (too_long(msg, __func__)) {
         return -1;
     }
-    return append_unless_closed(msg) ? 0 : refuse_tx(msg);
+    return append_unless_closed(msg) ? 0 : io_pool_tx_refuse(msg);
 }
 
 void io_pool_tx_put_last(const vx_msg_head_t *msg) {
@@ -302,6 +296,12 @@ void io_pool_tx_put_last(const vx_msg_head_t *msg) {
         const mutex_guard hold{ioctx.txlck};
         append_tx(msg);
     }
+}
+
+int io_pool_tx_refuse(const vx_msg_head_t *msg) {
+    // The words speak of a destination out of range; what they mean is that there is no queue.
+    VX_LOG_AS("io_pool_tx_put", ERROR, "msg dst %u >= %u", msg->dst, static_cast<unsigned>(VX_NODE_COUNT));
+    return -1;
 }
 
 int io_pool_tx_get(char *buf, int *len) {

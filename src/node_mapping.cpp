@@ -26,8 +26,8 @@ constinit std::array<node_mt_wapper_t, VX_NODE_COUNT> g_nodes_map{}; // the slot
 constinit std::array<usage_gate, VX_NODE_COUNT> g_gates{};           // open while the slot's lock exists
 constinit std::mutex g_lifecycle;                // held by create and destroy, whose own state follows
 constinit bool inited = false;                   // all locks exist
-constinit int g_locks_made = 0;                  // slots 0 to this have a lock
-constinit std::atomic<uint16_t> g_my_node_id{0}; // written once, before the node starts
+constinit int g_locks_made = 0;                  // so many slots, from 0 on, have a lock
+constinit std::atomic<uint16_t> g_my_node_id{0}; // written by each start, before its threads
 
 bool nmapping_valid_node_id(uint16_t node_id) {
     return node_id < VX_NODE_COUNT;

@@ -34,11 +34,13 @@ constexpr int k_accepted_period_s = 10; // and from then on
 constexpr int k_register_log_every = 10;
 constexpr int k_table_log_every = 60;
 constexpr double k_end_delay_s = 0.03; // from the UNREGISTER to the end; a tenth of what the log line says
-constexpr int k_farewell_reads = 4096; // datagrams still read by a node that leaves, more than a socket holds
+constexpr int k_farewell_reads =
+    300; // datagrams still read by a node that leaves; a socket holds fewer by default
 
 socket_io_t g_sio{}; // filled by the I/O thread before the worker starts
-constinit std::atomic<msg_call_back> user_msg_cb{nullptr}; // written by the I/O thread at its start
-ut_timer unreg_timer{};                                    // I/O thread only
+constinit std::atomic<msg_call_back> user_msg_cb{
+    nullptr};           // written by the I/O thread at its start, cleared at the end
+ut_timer unreg_timer{}; // the I/O thread's, and deinit's after it
 constinit std::atomic<int> gn_node_reg_time{
     k_first_period_s};                                // [s] written on acceptance, read by the worker
 constinit std::atomic<uint8_t> g_register_sends{0};   // thins out the worker's log; wraps
@@ -178,7 +180,7 @@ void accept_registration() {
 void store_record(const uint8_t *record, bool echo) {
     vexa_node_t node = vexa_node_load(record);
     if (nmapping_set(node.node_id, &node) != 0) {
-        VX_LOG_AS("thrio_proc_message", WARN, "skip record of node %u, no such node\n", node.node_id);
+        VX_LOG_AS("thrio_proc_message", WARN, "skip record of node %u, not stored\n", node.node_id);
     } else if (echo) {
         vexa_node_end_texts(&node);
         VX_LOG_AS("thrio_proc_message", INFO, "| %7d | %16s | %16s | %8d | %4d |\n", node.node_id, node.name,
@@ -263,7 +265,7 @@ void limit_waiting(const net_sockfd_t &sock) {
 }
 
 void open_socket(const thr_in_data_t &context) {
-    // None of the three is fatal: without them the node hears nothing, and the log says why.
+    // None of the three is fatal; the socket layer logs why one failed.
     net_sockfd_t sock{};
     (void)net_udp_client(&sock);
     (void)net_bind(&sock, nullptr, static_cast<uint16_t>(VX_NODE_PORT_BASE + context.node_id));
@@ -335,6 +337,8 @@ void send_register(const register_bytes &datagram, const vexa_node_t &manager) {
 }
 
 } // namespace
+
+static_assert(offsetof(thr_in_data_t, ev) == 0, "on_write takes the watcher's address for the record's");
 
 void *msg_io_thread(void *data) {
     thr_in_data_t &context = *static_cast<thr_in_data_t *>(data);
@@ -465,6 +469,8 @@ void thrio_cleanup(thr_in_data_t *context) {
     g_socket_gate.close();
     if (context->loop != nullptr) {
         ut_timer_stop(&unreg_timer);
+        (void)ev_clear_pending(context->loop,
+                               &unreg_timer.ev); // due at the last moment, it would end the next start
         ev_io_stop(g_sio.loop, &g_sio.ev);
         ev_io_stop(context->loop, &context->ev);
         context->loop = nullptr;

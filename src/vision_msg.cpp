@@ -42,7 +42,7 @@ enum flight_msg_type : unsigned short {
 
 constinit std::atomic<int> SockfdSend{k_no_socket}; // all sends; once it is a descriptor it stays
 constinit std::atomic<uint16_t> g_sequence{0};      // `sequence` of the next datagram, to either receiver
-constinit std::atomic<uint32_t> g_test_id{0};       // calls of vision_test_send_track_status so far
+constinit std::atomic<uint32_t> id{0};              // calls of vision_test_send_track_status so far
 
 /// Makes the socket for everybody; only by the thread that has claimed the making.
 int make_socket() {
@@ -105,24 +105,26 @@ int udp_send(const void *bytes, size_t len, const char *ip, uint16_t port) {
     return fd < 0 ? -1 : send_with_retries(fd, bytes, len, destination_of(ip, port));
 }
 
-/// Whether a record can be sent; says why not, under the public function's name.
-bool is_sendable(const char *function, unsigned short msg_type, const vxlink_message_head_t *msg) {
+/// Payload length of a record that can be sent, else -1; says why not, under the public function's name. Read
+/// once here: a caller that fills the record anew meanwhile must not get past the check.
+int sendable_len(const char *function, unsigned short msg_type, const vxlink_message_head_t *msg) {
     if (msg == nullptr) {
         VX_LOG_AS(function, ERROR, "msg type 0x%x not sent, pMav is NULL\n", msg_type);
-        return false;
+        return -1;
     }
-    if (msg->len > VXLINK_PAYLOAD_STORAGE) {
-        VX_LOG_AS(function, ERROR, "msg type 0x%x not sent, len %u is above %d\n", msg_type, msg->len,
+    uint16_t len = 0;
+    memcpy(&len, reinterpret_cast<const uint8_t *>(msg) + offsetof(vxlink_message_head_t, len), sizeof len);
+    if (len > VXLINK_PAYLOAD_STORAGE) {
+        VX_LOG_AS(function, ERROR, "msg type 0x%x not sent, len %u is above %d\n", msg_type, len,
                   VXLINK_PAYLOAD_STORAGE);
-        return false;
+        return -1;
     }
-    return true;
+    return len;
 }
 
 /// Sends a record's payload behind a camera-protocol header.
-int send_payload(unsigned short msg_type, vxlink_message_head_t *msg, uint16_t msg_dst, const char *ip,
-                 uint16_t port) {
-    const uint16_t payload_len = msg->len;
+int send_payload(unsigned short msg_type, vxlink_message_head_t *msg, size_t payload_len, uint16_t msg_dst,
+                 const char *ip, uint16_t port) {
     msg_head_t head;
     msg_head_init(&head);
     head.length = static_cast<uint16_t>(VISION_MSG_HEAD_SIZE + payload_len);
@@ -208,16 +210,18 @@ int vision_test_send_track_status(void) {
     report.type = 1;
     report.resolution_width = 1280;
     report.resolution_height = 720;
-    report.id = g_test_id.fetch_add(1, std::memory_order_relaxed);
+    report.id = id.fetch_add(1, std::memory_order_relaxed);
     return send_message_track_status(&report);
 }
 
 int send_general_message(unsigned short msgType, vxlink_message_head_t *pMav) {
-    if (!is_sendable(__func__, msgType, pMav)) {
+    const int len = sendable_len(__func__, msgType, pMav);
+    if (len < 0) {
         return -1;
     }
     const uint16_t receivers = msgType == k_type_to_remote_control ? PHONE_NODE | TELE_CTRL_NODE : PHONE_NODE;
-    const int sent = send_payload(msgType, pMav, receivers, VISION_FLIGHT_IP, VISION_FLIGHT_PORT);
+    const int sent = send_payload(msgType, pMav, static_cast<size_t>(len), receivers, VISION_FLIGHT_IP,
+                                  VISION_FLIGHT_PORT);
     if (sent == -1) {
         VX_LOG(ERROR, "udp send data error!\n");
     }
@@ -234,10 +238,12 @@ int vision_udp_send(char *sData, int dwLen, char *sIpAddr, unsigned short wPort)
 }
 
 int send_general_message_cam(unsigned short msgType, vxlink_message_head_t *pMav) {
-    if (!is_sendable(__func__, msgType, pMav)) {
+    const int len = sendable_len(__func__, msgType, pMav);
+    if (len < 0) {
         return -1;
     }
-    if (send_payload(msgType, pMav, CARMERA_NODE, VISION_CAMERA_IP, VISION_CAMERA_PORT) == -1) {
+    if (send_payload(msgType, pMav, static_cast<size_t>(len), CARMERA_NODE, VISION_CAMERA_IP,
+                     VISION_CAMERA_PORT) == -1) {
         VX_LOG(ERROR, "udp send data error!\n");
         return -1;
     }

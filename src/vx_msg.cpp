@@ -34,11 +34,12 @@ constinit uint8_t g_initialized = 0; // 1 from the pipes' creation until deinit
 constinit bool g_io_thread_started = false;
 constinit bool g_debug_thread_started = false;
 constinit bool g_pipe_blocks = false; // its read end could not be made non-blocking
-pthread_t tid{};            // the I/O thread, valid while its flag is set
-pthread_t g_debug_thread{}; // valid while its flag is set
+pthread_t tid{};                      // the I/O thread, valid while its flag is set
+pthread_t g_debug_thread{};           // valid while its flag is set
 stop_signal g_debug_stop;
 
-thr_in_data_t thread_data{};               // written by init, then the I/O thread's
+thr_in_data_t thread_data{}; // written by init; the pipe ends are used by senders and deinit, the rest by the
+                             // I/O thread
 constinit usage_gate g_running;            // open while the pipe and the direct-send socket may be used
 constinit std::mutex g_direct_creation;    // so that two first sends make one socket
 constinit std::atomic<int> g_direct_fd{0}; // the direct-send socket, not bound; 0: not made yet
@@ -88,6 +89,11 @@ bool next_hop_active(const char *function, uint32_t dst) {
     return false;
 }
 
+int refuse_not_started(const char *function) {
+    VX_LOG_AS(function, ERROR, "refused: the node is not started\n");
+    return -1;
+}
+
 bool wake_io_thread(const char *function) {
     if (write(thread_data.pipefd[1], "g", 1) == 1) {
         return true;
@@ -103,11 +109,11 @@ int queue_message(const char *function, uint16_t dst, int kind, const void *msg,
     const gate_pass running{g_running};
     vx_msg_buf out;
     build(out, dst, kind, msg, len);
-    const int queued = io_pool_tx_put(out.message()); // refuses, and says so, while there is no node
-    if (queued != 0 || !running || !wake_io_thread(function)) {
-        return -1;
+    if (!running) { // the queue may be ready while the node starts, but nothing is to be sent then
+        return io_pool_tx_refuse(out.message());
     }
-    return queued;
+    const int queued = io_pool_tx_put(out.message()); // refuses, and says so, while the node leaves
+    return queued == 0 && wake_io_thread(function) ? 0 : -1;
 }
 
 /// Two threads that send for the first time at once make one socket between them.
@@ -151,8 +157,7 @@ int send_directly(const char *function, NodeID id, int kind, const void *msg, in
         return -1;
     }
     if (!running) {
-        VX_LOG_AS(function, ERROR, "refused: the node is not started\n");
-        return -1;
+        return refuse_not_started(function);
     }
     return write_directly_to_node(static_cast<int>(id), kind, msg, len);
 }
@@ -201,14 +206,6 @@ void close_pipe(int (&fds)[2]) {
     }
 }
 
-/// What was refused between a start that failed and this one must not be sent after all.
-void forget_refused() {
-    vx_msg_buf refused;
-    int len = 0;
-    while (io_pool_tx_get(reinterpret_cast<char *>(&refused), &len) >= 1) {
-    }
-}
-
 int create_pipes() {
     if (pipe(thread_data.pipefd) == 0 && pipe(thread_data.thio2aumsg) == 0) {
         return 0;
@@ -236,8 +233,8 @@ int start_threads() {
     return start_thread(g_debug_thread, g_debug_thread_started, msg_route_dbg_thread, nullptr);
 }
 
-/// The queue takes nothing more behind the UNREGISTER. A pipe that cannot be written, or whose reader is stuck
-/// in it, is closed, which wakes the reader just as well.
+/// The queue takes nothing more behind the UNREGISTER. A pipe that cannot be written, or whose reader is
+/// stuck in it, is closed, which wakes the reader just as well.
 void vxmsg_ungregister() {
     vx_msg_buf out;
     buid_unregist_msg(out.message());
@@ -296,7 +293,6 @@ int vision_msg_component_init(NodeID id, const char *name, const char *ip, msg_c
     g_initialized = 1;
     g_pipe_blocks = net_set_fd_noblock(thread_data.pipefd[0]) == 0;
     (void)net_set_fd_noblock(thread_data.pipefd[1]); // without it a sender waits when the pipe is full
-    forget_refused();
     g_running.open();
     if (start_threads() != 0) {
         return -1;
@@ -382,8 +378,7 @@ int vision_set_hearbeat(const HeartBeatPair *pairs, int len) {
     }
     const gate_pass running{g_running};
     if (!running) {
-        VX_LOG(ERROR, "refused: the node is not started\n");
-        return -1;
+        return refuse_not_started(__func__);
     }
     (void)hbmgr_set_hb(pairs, len); // always 0
     vx_msg_buf out;

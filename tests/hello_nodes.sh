@@ -17,7 +17,8 @@ manager=$!
 c=$!
 "$3" 3 5 >"$out/cpp" 2>"$out/cpp.log" &
 cpp=$!
-wait "$c" "$cpp"
+wait "$c"
+wait "$cpp"
 
 heard() {
     grep -q "^$2\$" "$out/$1" && return

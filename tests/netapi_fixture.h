@@ -237,4 +237,13 @@ inline double seconds_taken(const std::function<void()> &work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+/// Expects that between the tries of a system call lies a millisecond, not less and not much more.
+inline void expect_millisecond_pauses(call which, const std::function<void()> &work) {
+    faults::fail(which, EINTR, 100);
+    const double taken = seconds_taken(work);
+    EXPECT_GE(taken, 0.1);
+    EXPECT_LT(taken, 5.0); // a busy machine takes longer than it should, but not fifty times as long
+    EXPECT_EQ(faults::calls(call::usleep), 100);
+}
+
 #endif

@@ -32,6 +32,14 @@ if(VEXAMSG_BUILD_TOOLS)
         DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
         DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
     add_dependencies(test_demo vexa vexa_demo vexa_demo_node)
+
+    vexamsg_test(test_demo_link SOURCES test_demo_link.cpp LIBRARIES vexa_process)
+    target_compile_definitions(test_demo_link PRIVATE
+        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
+        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
+        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+    add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
+
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp

@@ -29,16 +29,14 @@ protected:
         char name[] = "/tmp/vexa_demo_test_XXXXXX";
         ASSERT_NE(mkdtemp(name), nullptr);
         programs_ = name;
-        std::filesystem::create_directories(programs_ + "/vexa");
-        std::filesystem::create_directories(programs_ + "/demo");
-        std::filesystem::create_symlink(VEXA_PROGRAM, programs_ + "/vexa/vexa");
+        std::filesystem::create_symlink(VEXA_PROGRAM, programs_ + "/vexa");
     }
 
     void TearDown() override { std::filesystem::remove_all(programs_); }
 
     /// Puts a bash script in the place of the node; $REAL is the real one.
     void replace_node(const std::string &script) {
-        const std::string file = programs_ + "/demo/vexa_demo_node";
+        const std::string file = programs_ + "/vexa_demo_node";
         std::ofstream{file} << "#!/bin/bash\nREAL=" << DEMO_NODE_PROGRAM << "\n" << script;
         std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     }

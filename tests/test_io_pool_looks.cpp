@@ -2,31 +2,40 @@
 // test stands between the library and pthread_mutex_lock.
 #include "io_pool.h"
 
+#include "log_lines.h"
 #include "pool_probe.h"
 
 #include <dlfcn.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vector>
 
+using pool_probe::message;
 using pool_probe::status;
 using pool_probe::take;
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
-thread_local int looks = -1;                 // counted from 0 on
-thread_local std::function<void()> *at_look; // runs before look number `look_of_interest`
-thread_local int look_of_interest = 0;
+thread_local int looks = -1;                 // locks taken since the count began; negative: not counted
+thread_local int interesting_look = 0;       // before this one, at_look runs
+thread_local std::function<void()> *at_look; // null: nothing runs
 
-/// Takes a message and counts how often a lock is taken; before one of these, `work` runs.
-pool_probe::bytes take_and_count(int look = 0, std::function<void()> work = {}) {
-    at_look = work ? &work : nullptr;
-    look_of_interest = look;
+/// Does something and counts how often a lock is taken meanwhile; before one of these, `at` runs.
+template <class Work>
+auto counting(Work work, int look = 0, std::function<void()> at = {}) {
+    at_look = at ? &at : nullptr;
+    interesting_look = look;
     looks = 0;
-    const pool_probe::bytes taken = take();
+    auto result = work();
     at_look = nullptr;
-    return taken;
+    return result;
+}
+
+void put_one() {
+    ASSERT_EQ(io_pool_tx_put(status(6, 10)), 0);
 }
 
 class TransmitQueueLooks : public pool_probe::Pool {};
@@ -36,7 +45,7 @@ class TransmitQueueLooks : public pool_probe::Pool {};
 extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
     using lock_t = int (*)(pthread_mutex_t *);
     static const auto real = reinterpret_cast<lock_t>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
-    if (looks >= 0 && ++looks == look_of_interest && at_look != nullptr) {
+    if (looks >= 0 && ++looks == interesting_look && at_look != nullptr) {
         const int counted = looks;
         looks = -1;
         (*at_look)();
@@ -46,23 +55,40 @@ extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
 }
 
 TEST_F(TransmitQueueLooks, Are128WhenItIsEmpty) {
-    EXPECT_THAT(take_and_count(), IsEmpty());
+    EXPECT_THAT(counting(take), IsEmpty());
     EXPECT_EQ(looks, 128);
 }
 
 TEST_F(TransmitQueueLooks, AreOneWhenThereIsAMessage) {
-    ASSERT_EQ(io_pool_tx_put(status(6, 10)), 0);
-    EXPECT_EQ(take_and_count(), status(6, 10).block());
+    put_one();
+    EXPECT_EQ(counting(take), status(6, 10).block());
     EXPECT_EQ(looks, 1);
 }
 
 TEST_F(TransmitQueueLooks, FindAMessageThatComesBeforeTheLastOfThem) {
-    EXPECT_EQ(take_and_count(128, [] { ASSERT_EQ(io_pool_tx_put(status(6, 10)), 0); }),
-              status(6, 10).block());
+    EXPECT_EQ(counting(take, 128, put_one), status(6, 10).block());
     EXPECT_EQ(looks, 128);
 }
 
 TEST_F(TransmitQueueLooks, EndWithTheFirstMessage) {
-    EXPECT_EQ(take_and_count(50, [] { ASSERT_EQ(io_pool_tx_put(status(6, 10)), 0); }), status(6, 10).block());
+    EXPECT_EQ(counting(take, 50, put_one), status(6, 10).block());
     EXPECT_EQ(looks, 50);
+}
+
+TEST_F(TransmitQueueLooks, AreNotTakenByASenderOnceTheLastMessageIsIn) {
+    const auto refused = [] { return io_pool_tx_put(status(3, 10)); };
+    io_pool_tx_put_last(status(2, 10));
+    EXPECT_EQ(counting(refused), -1);
+    const int while_leaving = looks;
+    io_pool_deinit();
+    EXPECT_EQ(counting(refused), -1);
+    EXPECT_EQ(while_leaving, looks) << "no more locks than the log line of a refusal without queues";
+}
+
+TEST_F(TransmitQueueLooks, OfASenderFindTheLastMessageThatCameJustBeforeHim) {
+    const int result = counting([] { return io_pool_tx_put(message(3, 64001, {})); }, 1,
+                                [] { io_pool_tx_put_last(status(2, 10)); });
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(logs::lines(), ElementsAre("ERROR src/io_pool io_pool_tx_put: msg dst 64001 >= 128"));
+    EXPECT_EQ(pool_probe::take_all(), std::vector<pool_probe::bytes>{status(2, 10).block()});
 }

@@ -11,7 +11,7 @@
 #include <limits>
 #include <random>
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vexa::decode_link;

@@ -107,6 +107,10 @@ TEST_P(NetapiSendDatagram, IsRetriedAfterAPause) {
     }
 }
 
+TEST_P(NetapiSendDatagram, ThePauseIsAMillisecond) {
+    expect_millisecond_pauses(call::sendto, [&] { EXPECT_EQ(send("x", 1), 1); });
+}
+
 TEST_P(NetapiSendDatagram, AnyOtherErrorEndsIt) {
     faults::fail(call::sendto, ENETUNREACH);
     EXPECT_EQ(send("x", 1), -1);
@@ -310,6 +314,12 @@ TEST_P(NetapiReceive, ANonBlockingSocketWithNothingThereIsWaitedFor) {
     EXPECT_EQ(receive(&stream.near, buf.data(), 64), 4);
     writer.join();
     EXPECT_GE(faults::calls(system_call), 6);
+}
+
+TEST_P(NetapiReceive, ThePauseIsAMillisecond) {
+    ASSERT_EQ(send(stream.far, "x", 1, 0), 1);
+    expect_millisecond_pauses(GetParam().system_call,
+                              [&] { EXPECT_EQ(receive(&stream.near, buf.data(), 64), 1); });
 }
 
 TEST_P(NetapiReceive, AnyOtherErrorEndsIt) {

@@ -20,7 +20,8 @@
  * - "Retries" means: as long as the system call fails with EINTR or EAGAIN it is made again, without a limit,
  *   1000 microseconds apart unless "at once" is said. On a non-blocking socket these operations thus wait.
  * - Buffers stay the caller's and are used during the call only. Negative lengths are refused with EINVAL,
- *   a NULL object counts as a closed one (EBADF). Whether a buffer holds `len` bytes is not checked.
+ *   a NULL object counts as a closed one (EBADF; net_recv_timedwait waits for nothing, as poll does). Whether
+ * a buffer holds `len` bytes is not checked.
  * - A stream whose peer has gone raises SIGPIPE when it is sent to, as send(2) does without flags.
  * - Operations that wait by select(2) refuse a descriptor of FD_SETSIZE (1024) or more with EINVAL: it has
  *   no place in the descriptor set.

@@ -130,31 +130,25 @@ static inline uint8_t *vxlink_begin_message(vxlink_message_head_t *msg, uint8_t 
 #define VXLINK_PUT_VALUE(type, name, offset) vxlink_put_##type(payload + (offset), name);
 #define VXLINK_PUT_ARRAY(type, name, count, offset) vxlink_put_array_##type(payload + (offset), name, count);
 
-/* NOLINTBEGIN(bugprone-macro-parentheses): part of a sum, whose plus sign no parentheses can hold */
-/** The field's size as a summand. */
-#define VXLINK_SIZE_VALUE(type, name, offset) +sizeof(type)
-#define VXLINK_SIZE_ARRAY(type, name, count, offset) +sizeof(type) * (count)
-/* NOLINTEND(bugprone-macro-parentheses) */
-
-/** Checks the field's place; needs the record's type and the payload's length by the names used here. */
+/** Checks the field's place; needs the record and the same without padding by the names used here. */
 #define VXLINK_CHECK_VALUE(type, name, offset)                                                               \
-    static_assert(offsetof(layout_record_t, name) == (offset), "place of " #name);                           \
-    static_assert((offset) + sizeof(type) <= layout_len, "room for " #name);
-#define VXLINK_CHECK_ARRAY(type, name, count, offset)                                                        \
-    static_assert(offsetof(layout_record_t, name) == (offset), "place of " #name);                           \
-    static_assert((offset) + sizeof(type) * (count) <= layout_len, "room for " #name);
+    static_assert(offsetof(layout_record_t, name) == (offset), "place in the record of " #name);             \
+    static_assert(offsetof(layout_packed_t, name) == (offset), "place in the payload of " #name);
+#define VXLINK_CHECK_ARRAY(type, name, count, offset) VXLINK_CHECK_VALUE(type, name, offset)
 
 /**
- * Checks a message's layout: each member lies at its payload offset, and together they fill the payload
- * without a gap. The record may be longer, where the compiler pads its end.
+ * Checks a message's layout: each field lies where the list says, in the record too, and together they fill
+ * the payload without a gap. The record may be longer, where the compiler pads its end.
  */
 #define VXLINK_CHECK_LAYOUT(record_t, FIELDS, len)                                                           \
     static inline void vxlink_check_layout_of_##record_t(void) {                                             \
         typedef record_t layout_record_t;                                                                    \
-        enum { layout_len = (len) };                                                                         \
+        typedef struct __attribute__((packed)) {                                                             \
+            FIELDS(VXLINK_MEMBER_VALUE, VXLINK_MEMBER_ARRAY)                                                 \
+        } layout_packed_t;                                                                                   \
         FIELDS(VXLINK_CHECK_VALUE, VXLINK_CHECK_ARRAY)                                                       \
+        static_assert(sizeof(layout_packed_t) == (len), "the fields fill the payload");                      \
     }                                                                                                        \
-    static_assert((0 FIELDS(VXLINK_SIZE_VALUE, VXLINK_SIZE_ARRAY)) == (len), "the fields fill the payload"); \
     static_assert((len) <= VXLINK_MAX_PAYLOAD_LEN, "the CRC fits behind the payload")
 /** @} */
 

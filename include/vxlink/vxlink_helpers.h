@@ -20,7 +20,7 @@ extern "C" {
 /**
  * The statistics of a channel, zero at load.
  *
- * Weak and hidden: the linker keeps one copy per program and one inside the library, whatever number of
+ * Weak and hidden: there is one copy per program or shared library, whatever number of
  * sources, C or C++, include this. A static function would number each source's frames on its own. The price
  * is that it is never inlined.
  *

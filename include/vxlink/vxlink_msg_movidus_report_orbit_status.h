@@ -3,8 +3,8 @@
  * The orbit status message. How an orbit around a target goes: the circle asked for and the one flown.
  *
  *     vxlink_movidus_report_orbit_status_t status = {.rotate = 1};
- *     uint16_t bytes = vxlink_msg_movidus_report_orbit_status_encode(DEV_APP, DEV_MOVIDIUS_1, &frame,
- * &status);
+ *     uint16_t bytes =
+ *         vxlink_msg_movidus_report_orbit_status_encode(DEV_APP, DEV_MOVIDIUS_1, &frame, &status);
  */
 #ifndef VXLINK_MSG_MOVIDUS_REPORT_ORBIT_STATUS_H
 #define VXLINK_MSG_MOVIDUS_REPORT_ORBIT_STATUS_H

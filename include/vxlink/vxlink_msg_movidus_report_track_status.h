@@ -3,8 +3,8 @@
  * The track status message. One tracked target: where it is in the picture, how far away, how sure.
  *
  *     vxlink_movidus_report_track_status_t status = {.id = 7};
- *     uint16_t bytes = vxlink_msg_movidus_report_track_status_encode(DEV_APP, DEV_MOVIDIUS_1, &frame,
- * &status);
+ *     uint16_t bytes =
+ *         vxlink_msg_movidus_report_track_status_encode(DEV_APP, DEV_MOVIDIUS_1, &frame, &status);
  */
 #ifndef VXLINK_MSG_MOVIDUS_REPORT_TRACK_STATUS_H
 #define VXLINK_MSG_MOVIDUS_REPORT_TRACK_STATUS_H

@@ -48,7 +48,8 @@ void ControlLogInit(const char *name);
  * @param function  name of the function that logs
  * @param line      its line
  * @param format    as for printf; usually ends with a line feed, which the writer does not repeat
- * @par Threads     Any thread; lines of several threads do not mix.
+ * @par Threads     Any thread; lines of several threads do not mix. The message library calls it with locks
+ * held: a definition of your own must not call the message library, and should return soon.
  * @par Errors      None are reported: a message that cannot be written is lost.
  */
 void ControlLog(int module, int level, const char *file, const char *function, int line, const char *format,

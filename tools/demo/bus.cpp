@@ -88,7 +88,7 @@ bus::bus(settings how, const transcript &out)
 
 void bus::start_manager() {
     manager_ = std::make_unique<child_process>(
-        std::vector<std::string>{how_.programs + "/vexa/vexa", "manager", "--json"});
+        std::vector<std::string>{how_.programs + "/vexa", "manager", "--json"});
     if (!wait([this] { return manager_listens_; })) {
         throw failure("the node manager does not say that it listens");
     }
@@ -99,8 +99,8 @@ void bus::start_node(int id, const std::string &name) {
     fresh.state.id = id;
     fresh.state.name = name;
     fresh.process =
-        std::make_unique<child_process>(std::vector<std::string>{how_.programs + "/demo/vexa_demo_node",
-                                                                 "--id", std::to_string(id), "--name", name},
+        std::make_unique<child_process>(std::vector<std::string>{how_.programs + "/vexa_demo_node", "--id",
+                                                                 std::to_string(id), "--name", name},
                                         child_process::settings{how_.log_file, false});
     members_.emplace(id, std::move(fresh));
 }

@@ -44,7 +44,7 @@ struct node_line {
 
     [[nodiscard]] uint64_t number(const std::string &name) const; /**< throws failure when it is not there */
     [[nodiscard]] const std::string &text(const std::string &name) const;
-    [[nodiscard]] bool has(const std::string &name) const { return values.count(name) != 0; }
+    [[nodiscard]] bool has(const std::string &name) const { return values.contains(name); }
 };
 
 /** A message that has come to a node's callback. */
@@ -89,7 +89,7 @@ struct node_state {
 class bus {
 public:
     struct settings {
-        std::string programs;                 /**< directory with the tools, "build-release/tools" */
+        std::string programs;                 /**< directory with the programs, "build-release/bin" */
         std::string log_file;                 /**< receives the nodes' log lines; empty: standard error */
         std::chrono::milliseconds time_limit; /**< of the whole demo */
     };
@@ -110,7 +110,7 @@ public:
     [[nodiscard]] std::vector<int> ids() const;
 
     /** Whether the node manager has said that a node is active. */
-    [[nodiscard]] bool manager_knows(int id) const { return manager_knows_.count(id) != 0; }
+    [[nodiscard]] bool manager_knows(int id) const { return manager_knows_.contains(id); }
 
     /** Lets the processes be heard until the condition holds. False when the time passes first. */
     bool wait(const std::function<bool()> &condition,
@@ -135,7 +135,7 @@ private:
     member &find(int id);
     void hear(std::chrono::milliseconds patience);
     bool hear_manager();
-    void hear_node(member &speaker);
+    static void hear_node(member &speaker);
     static void note(member &speaker, const node_line &said);
     void show_manager_event(const std::string &line);
 

@@ -35,6 +35,9 @@ const std::vector<demo::scene> &scenes() {
          demo::play_statuses},
         {"Broadcasts reach the active nodes below the sender (vision_brocast_msg)", demo::play_broadcast},
         {"A heartbeat change travels by the proxy to every node (vision_set_hearbeat)", demo::play_heartbeat},
+        {"Node 9 reports to the flight side and commands the camera (send_message_..., "
+         "send_ifly_command_...)",
+         demo::play_link},
         {"Node 3 leaves (vision_msg_component_deinit)", demo::play_leaving},
         {"Everybody leaves", demo::play_end},
     };
@@ -43,17 +46,16 @@ const std::vector<demo::scene> &scenes() {
 
 extern "C" void on_watchdog(int /*signal*/) {
     constexpr char last_words[] = "\ndemo: took too long and is ended\n";
-    (void)!write(STDERR_FILENO, last_words, sizeof last_words - 1);
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, last_words, sizeof last_words - 1);
     _exit(k_incomplete); // the children go with it: that is how they were started
 }
 
-/// The directory of the tools: the parent of this program's own.
-std::string own_tools_directory() {
+/// Where this program and its companions lie.
+std::string own_directory() {
     char self[4096] = {};
     const ssize_t size = readlink("/proc/self/exe", self, sizeof self - 1);
     const std::string path{self, size > 0 ? static_cast<size_t>(size) : 0};
-    const std::string own = path.substr(0, path.rfind('/'));
-    return own.substr(0, own.rfind('/'));
+    return path.substr(0, path.rfind('/'));
 }
 
 /// Plays everything. False when a scene could not go on.
@@ -74,7 +76,7 @@ bool play(const demo::bus::settings &how, demo::transcript &out, demo::path_repo
 }
 
 int run(int argc, char **argv) {
-    demo::bus::settings how{own_tools_directory(), "/dev/null", k_time_limit};
+    demo::bus::settings how{own_directory(), "/dev/null", k_time_limit};
     bool verbose = false;
     CLI::App app{"Plays a whole bus on this machine, which needs 192.168.1.1/24; scripts/demo provides it."};
     app.add_option("--log", how.log_file, "file for the log lines of the nodes")->capture_default_str();

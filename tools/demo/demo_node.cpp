@@ -9,11 +9,13 @@
 //     poll KEY                       vision_recv_status                   polled key number sent src | polled
 //     key watch KEY                      reports each newer status of a key   status key number sent at src
 //     heartbeat FIELD=VALUE...       vision_set_hearbeat                  set at result
+//     link KIND NUMBER               a datagram of the vision link        linked sent at
 //     stop                           leaves the bus                       stopping at, stopped
 //
 // Unasked: "got" for each message to the callback, "table" and "frame" when the node table or the heartbeat
 // frame have changed; both are looked at every millisecond. End of input ends the program.
 #include "demo_payload.h"
+#include "link_sender.h"
 #include "node_mapping.h"
 #include "vision_service_route_funcs.h"
 
@@ -21,11 +23,15 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <exception>
 #include <fmt/format.h>
 #include <functional>
-#include <iterator>
+#include <istream>
 #include <map>
 #include <poll.h>
+#include <span>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -43,7 +49,8 @@ constexpr size_t k_largest_payload = VX_MSG_MAX_PAYLOAD;
 template <class... Args>
 void report(fmt::format_string<Args...> format, Args &&...args) {
     const std::string line = fmt::format(format, std::forward<Args>(args)...) + '\n';
-    (void)!write(STDOUT_FILENO, line.data(), line.size()); // nobody listens: the end of input follows
+    // If nobody reads any more, the end of the input is near.
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, line.data(), line.size());
 }
 
 void on_message(void *payload, MsgExtra *extra) {
@@ -77,6 +84,104 @@ std::optional<polled_status> poll_status(uint16_t key) {
     return stamp ? std::optional{polled_status{*stamp, static_cast<uint32_t>(extra.src)}} : std::nullopt;
 }
 
+using sender = std::function<int(const std::vector<uint8_t> &payload)>;
+
+/// Sends `count` messages, paced.
+void transfer(uint16_t tag, uint32_t count, size_t size, const sender &send_one) {
+    uint32_t accepted = 0;
+    for (uint32_t number = 1; number <= count; ++number) {
+        if (send_one(demo::make_payload({0, tag, number, demo::now_ns()}, size)) == 0) {
+            ++accepted;
+        }
+        std::this_thread::sleep_for(k_between_messages);
+    }
+    report("sent tag={} accepted={} refused={}", tag, accepted, count - accepted);
+}
+
+void send(std::istream &words) {
+    uint16_t tag = 0;
+    uint32_t dst = 0;
+    uint32_t count = 0;
+    size_t size = 0;
+    words >> tag >> dst >> count >> size;
+    transfer(tag, count, size, [dst](const std::vector<uint8_t> &payload) {
+        return vision_send_msg(static_cast<NodeID>(dst), payload.data(), static_cast<int>(payload.size()));
+    });
+}
+
+void queue(std::istream &words) {
+    uint16_t tag = 0;
+    uint16_t dst = 0;
+    uint32_t count = 0;
+    size_t size = 0;
+    words >> tag >> dst >> count >> size;
+    transfer(tag, count, size, [dst](const std::vector<uint8_t> &payload) {
+        return vxmsg_send_general(dst, MSTP_USER_DATA_PROC_BY_CALLBACK, payload.data(),
+                                  static_cast<int>(payload.size()));
+    });
+}
+
+void broadcast(std::istream &words) {
+    uint16_t tag = 0;
+    uint32_t count = 0;
+    size_t size = 0;
+    words >> tag >> count >> size;
+    transfer(tag, count, size, [](const std::vector<uint8_t> &payload) {
+        return vision_brocast_msg(payload.data(), static_cast<int>(payload.size()));
+    });
+}
+
+void status(std::istream &words) {
+    demo::stamp stamp;
+    uint32_t dst = 0;
+    words >> stamp.tag >> dst >> stamp.key >> stamp.number;
+    stamp.sent_ns = demo::now_ns();
+    const auto payload = demo::make_payload(stamp, 64);
+    const int result =
+        vision_send_status(static_cast<NodeID>(dst), payload.data(), static_cast<int>(payload.size()));
+    report("sent tag={} accepted={} refused={}", stamp.tag, result == 0 ? 1 : 0, result == 0 ? 0 : 1);
+}
+
+void poll_key(std::istream &words) {
+    uint16_t key = 0;
+    words >> key;
+    if (const auto newest = poll_status(key)) {
+        report("polled key={} number={} src={}", key, newest->stamp.number, newest->src);
+    } else {
+        report("polled key={}", key);
+    }
+}
+
+void heartbeat(std::istream &words) {
+    std::vector<HeartBeatPair> pairs;
+    int field = 0;
+    int value = 0;
+    char equals = 0;
+    while (words >> field >> equals >> value) {
+        pairs.push_back({static_cast<HeartBeatField>(field), value});
+    }
+    const uint64_t at = demo::now_ns();
+    const int result = vision_set_hearbeat(pairs.data(), static_cast<int>(pairs.size()));
+    report("set at={} result={}", at, result);
+}
+
+void link_one(std::istream &words) {
+    std::string kind;
+    unsigned number = 0;
+    words >> kind >> number;
+    const uint64_t at = demo::now_ns();
+    const int result = demo::send_link(kind, static_cast<uint8_t>(number));
+    report("linked sent={} at={}", result < 0 ? 0 : 1, at);
+}
+
+/// The commands that need nothing but the library.
+const std::map<std::string, void (*)(std::istream &)> &bus_commands() {
+    static const std::map<std::string, void (*)(std::istream &)> all = {
+        {"send", send},     {"queue", queue},         {"broadcast", broadcast}, {"status", status},
+        {"poll", poll_key}, {"heartbeat", heartbeat}, {"link", link_one}};
+    return all;
+}
+
 class demo_node {
 public:
     demo_node(int id, std::string name, std::string ip)
@@ -85,21 +190,18 @@ public:
     }
 
     void obey(const std::string &line) {
-        static const std::map<std::string, void (demo_node::*)(std::istream &)> commands = {
-            {"start", &demo_node::start},         {"stop", &demo_node::stop},
-            {"send", &demo_node::send},           {"queue", &demo_node::queue},
-            {"broadcast", &demo_node::broadcast}, {"status", &demo_node::status},
-            {"poll", &demo_node::poll},           {"watch", &demo_node::watch},
-            {"heartbeat", &demo_node::heartbeat}};
+        static const std::map<std::string, void (demo_node::*)(std::istream &)> own_commands = {
+            {"start", &demo_node::start}, {"stop", &demo_node::stop}, {"watch", &demo_node::watch}};
         std::istringstream words{line};
         std::string name;
         words >> name;
-        const auto command = commands.find(name);
-        if (command == commands.end()) {
+        if (const auto own = own_commands.find(name); own != own_commands.end()) {
+            (this->*own->second)(words);
+        } else if (const auto other = bus_commands().find(name); other != bus_commands().end()) {
+            other->second(words);
+        } else {
             report("unknown command={}", name);
-            return;
         }
-        (this->*command->second)(words);
     }
 
     /// Reports what has changed since the last look.
@@ -120,20 +222,6 @@ public:
     }
 
 private:
-    using sender = std::function<int(const std::vector<uint8_t> &payload)>;
-
-    /// Sends `count` messages, paced.
-    static void transfer(uint16_t tag, uint32_t count, size_t size, const sender &send_one) {
-        uint32_t accepted = 0;
-        for (uint32_t number = 1; number <= count; ++number) {
-            if (send_one(demo::make_payload({0, tag, number, demo::now_ns()}, size)) == 0) {
-                ++accepted;
-            }
-            std::this_thread::sleep_for(k_between_messages);
-        }
-        report("sent tag={} accepted={} refused={}", tag, accepted, count - accepted);
-    }
-
     void start(std::istream & /*words*/) {
         const uint64_t at = demo::now_ns();
         const int result =
@@ -148,79 +236,11 @@ private:
         report("stopped at={}", demo::now_ns());
     }
 
-    void send(std::istream &words) {
-        uint16_t tag = 0;
-        uint32_t dst = 0;
-        uint32_t count = 0;
-        size_t size = 0;
-        words >> tag >> dst >> count >> size;
-        transfer(tag, count, size, [dst](const std::vector<uint8_t> &payload) {
-            return vision_send_msg(static_cast<NodeID>(dst), payload.data(),
-                                   static_cast<int>(payload.size()));
-        });
-    }
-
-    void queue(std::istream &words) {
-        uint16_t tag = 0;
-        uint16_t dst = 0;
-        uint32_t count = 0;
-        size_t size = 0;
-        words >> tag >> dst >> count >> size;
-        transfer(tag, count, size, [dst](const std::vector<uint8_t> &payload) {
-            return vxmsg_send_general(dst, MSTP_USER_DATA_PROC_BY_CALLBACK, payload.data(),
-                                      static_cast<int>(payload.size()));
-        });
-    }
-
-    void broadcast(std::istream &words) {
-        uint16_t tag = 0;
-        uint32_t count = 0;
-        size_t size = 0;
-        words >> tag >> count >> size;
-        transfer(tag, count, size, [](const std::vector<uint8_t> &payload) {
-            return vision_brocast_msg(payload.data(), static_cast<int>(payload.size()));
-        });
-    }
-
-    void status(std::istream &words) {
-        demo::stamp stamp;
-        uint32_t dst = 0;
-        words >> stamp.tag >> dst >> stamp.key >> stamp.number;
-        stamp.sent_ns = demo::now_ns();
-        const auto payload = demo::make_payload(stamp, 64);
-        const int result =
-            vision_send_status(static_cast<NodeID>(dst), payload.data(), static_cast<int>(payload.size()));
-        report("sent tag={} accepted={} refused={}", stamp.tag, result == 0 ? 1 : 0, result == 0 ? 0 : 1);
-    }
-
-    void poll(std::istream &words) {
-        uint16_t key = 0;
-        words >> key;
-        if (const auto newest = poll_status(key)) {
-            report("polled key={} number={} src={}", key, newest->stamp.number, newest->src);
-        } else {
-            report("polled key={}", key);
-        }
-    }
-
     void watch(std::istream &words) {
         uint16_t key = 0;
         words >> key;
         watched_[key] = 0;
         report("watching key={}", key);
-    }
-
-    void heartbeat(std::istream &words) {
-        std::vector<HeartBeatPair> pairs;
-        int field = 0;
-        int value = 0;
-        char equals = 0;
-        while (words >> field >> equals >> value) {
-            pairs.push_back({static_cast<HeartBeatField>(field), value});
-        }
-        const uint64_t at = demo::now_ns();
-        const int result = vision_set_hearbeat(pairs.data(), static_cast<int>(pairs.size()));
-        report("set at={} result={}", at, result);
     }
 
     void look_at_table() {
@@ -291,16 +311,21 @@ void run(demo_node &node) {
 } // namespace
 
 int main(int argc, char **argv) {
-    int id = 0;
-    std::string name = "demo";
-    std::string ip = "192.168.1.2";
-    CLI::App app{"One node of the demo; takes commands on standard input, see its source."};
-    app.add_option("--id", id, "node id")->required()->check(CLI::Range(1, 127));
-    app.add_option("--name", name, "node name");
-    app.add_option("--ip", ip, "address at which the others reach it");
-    CLI11_PARSE(app, argc, argv);
-    demo_node node{id, name, ip};
-    run(node);
-    node.leave();
-    return 0;
+    try {
+        int id = 0;
+        std::string name = "demo";
+        std::string ip = "192.168.1.2";
+        CLI::App app{"One node of the demo; takes commands on standard input, see its source."};
+        app.add_option("--id", id, "node id")->required()->check(CLI::Range(1, 127));
+        app.add_option("--name", name, "node name");
+        app.add_option("--ip", ip, "address at which the others reach it");
+        CLI11_PARSE(app, argc, argv);
+        demo_node node{id, name, ip};
+        run(node);
+        node.leave();
+        return 0;
+    } catch (const std::exception &what) {
+        fmt::print(stderr, "demo node: {}\n", what.what());
+        return 1;
+    }
 }

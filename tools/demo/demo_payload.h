@@ -35,13 +35,13 @@ inline uint64_t now_ns() {
 }
 
 inline uint8_t pattern_byte(uint32_t number, size_t at) {
-    return static_cast<uint8_t>(number * 31 + at * 7);
+    return static_cast<uint8_t>(size_t{number} * 31 + at * 7);
 }
 
 /** @param size  [bytes] of the payload, at least k_stamp_bytes */
 inline std::vector<uint8_t> make_payload(const stamp &what, size_t size) {
     std::vector<uint8_t> bytes(size);
-    ut_put_le16(&bytes[0], what.key);
+    ut_put_le16(bytes.data(), what.key);
     ut_put_le16(&bytes[2], what.tag);
     ut_put_le32(&bytes[4], what.number);
     ut_put_le64(&bytes[8], what.sent_ns);
@@ -56,7 +56,7 @@ inline std::optional<stamp> read_payload(std::span<const uint8_t> bytes) {
     if (bytes.size() < k_stamp_bytes) {
         return std::nullopt;
     }
-    const stamp what{ut_get_le16(&bytes[0]), ut_get_le16(&bytes[2]), ut_get_le32(&bytes[4]),
+    const stamp what{ut_get_le16(bytes.data()), ut_get_le16(&bytes[2]), ut_get_le32(&bytes[4]),
                      ut_get_le64(&bytes[8])};
     for (size_t at = k_stamp_bytes; at < bytes.size(); ++at) {
         if (bytes[at] != pattern_byte(what.number, at)) {

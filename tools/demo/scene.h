@@ -41,6 +41,9 @@ void play_broadcast(stage &on);
 // scenes_heartbeat.cpp
 void play_heartbeat(stage &on);
 
+// scenes_link.cpp
+void play_link(stage &on);
+
 } // namespace demo
 
 #endif

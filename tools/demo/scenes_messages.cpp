@@ -50,7 +50,7 @@ void account(stage &on, path &row, const transfer &what) {
             }
         }
         for (uint32_t number = 1; number <= what.count; ++number) {
-            if (numbers.count(number) == 0) {
+            if (!numbers.contains(number)) {
                 row.missing.push_back(fmt::format("number {} from {} did not reach {}", number,
                                                   node_name(what.from), node_name(receiver)));
             }

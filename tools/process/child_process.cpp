@@ -40,6 +40,10 @@ bool readable(int fd, steady_clock::time_point end) {
     return result > 0;
 }
 
+void complain(std::string_view text) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
+
 [[noreturn]] void become(char *const *argv, int input, int output, int error, pid_t parent) {
     sigset_t none;
     (void)sigemptyset(&none);
@@ -51,10 +55,9 @@ bool readable(int fd, steady_clock::time_point end) {
         dup2(error, STDERR_FILENO) >= 0) {
         execvp(argv[0], argv);
     }
-    constexpr std::string_view complaint = "cannot run ";
-    (void)!write(STDERR_FILENO, complaint.data(), complaint.size());
-    (void)!write(STDERR_FILENO, argv[0], strlen(argv[0]));
-    (void)!write(STDERR_FILENO, "\n", 1);
+    complain("cannot run ");
+    complain(argv[0]);
+    complain("\n");
     _exit(k_cannot_run);
 }
 
@@ -77,6 +80,7 @@ void close_if_open(int &fd) {
 
 child_process::child_process(const std::vector<std::string> &args, const settings &how) {
     std::vector<char *> argv;
+    argv.reserve(args.size() + 1);
     for (const std::string &arg : args) {
         argv.push_back(const_cast<char *>(arg.c_str())); // exec does not write to them
     }
@@ -128,7 +132,7 @@ void child_process::close_all() {
     close_if_open(output_);
 }
 
-bool child_process::send_line(std::string_view line) {
+bool child_process::send_line(std::string_view line) const {
     const std::string text = std::string{line} + '\n';
     size_t sent = 0;
     while (sent < text.size()) {

@@ -38,7 +38,7 @@ public:
     child_process &operator=(const child_process &) = delete;
 
     /** Writes a line to its standard input. False when it reads no more. */
-    bool send_line(std::string_view line);
+    [[nodiscard]] bool send_line(std::string_view line) const;
 
     /** Ends its standard input. */
     void end_input();

@@ -66,9 +66,12 @@ std::string sequence_text(const link_datagram &read, sequence_watch::step_result
     return text + (step.late ? " (late)" : "");
 }
 
-ordered_json as_json(endpoint from, size_t bytes, const link_datagram &read,
+ordered_json as_json(const link_arrival &arrival, const link_datagram &read,
                      sequence_watch::step_result step) {
-    ordered_json object = {{"event", "datagram"}, {"from", to_text(from)}, {"bytes", bytes}};
+    ordered_json object = {{"event", "datagram"},
+                           {"from", to_text(arrival.from)},
+                           {"bytes", arrival.bytes},
+                           {"received_ns", arrival.received_ns}};
     object["message"] = read.name;
     object["msg_type"] = read.msg_type ? ordered_json(*read.msg_type) : ordered_json();
     object["sequence"] = read.sequence ? ordered_json(*read.sequence) : ordered_json();
@@ -94,10 +97,10 @@ void link_output::listening(endpoint where) const {
     }
 }
 
-void link_output::datagram(endpoint from, size_t bytes, const link_datagram &read,
+void link_output::datagram(const link_arrival &arrival, const link_datagram &read,
                            sequence_watch::step_result step) const {
     if (style_ == link_style::json) {
-        say(as_json(from, bytes, read, step).dump());
+        say(as_json(arrival, read, step).dump());
         return;
     }
     if (style_ == link_style::quiet && read.faults.empty()) {
@@ -105,8 +108,8 @@ void link_output::datagram(endpoint from, size_t bytes, const link_datagram &rea
     }
     const std::string wrong =
         read.faults.empty() ? "" : fmt::format("  MALFORMED: {};", fmt::join(read.faults, "; "));
-    say(fmt::format("{}  {}{}  {} bytes  {}{}{}", clock_text(), to_text(from), sequence_text(read, step),
-                    bytes, read.name, wrong, fields_text(read.fields)));
+    say(fmt::format("{}  {}{}  {} bytes  {}{}{}", clock_text(), to_text(arrival.from),
+                    sequence_text(read, step), arrival.bytes, read.name, wrong, fields_text(read.fields)));
 }
 
 void link_output::summary(const link_counts &counts) const {

@@ -20,6 +20,13 @@ enum class link_style { text, quiet, json };
 /** "flight side" or "camera". */
 const char *name_of(link_end end);
 
+/** How a datagram came. */
+struct link_arrival {
+    endpoint from;
+    size_t bytes;         /**< that arrived */
+    uint64_t received_ns; /**< CLOCK_MONOTONIC, for programs that know when it was sent */
+};
+
 /** What has come, for the summary at the end. */
 struct link_counts {
     uint64_t received = 0;                   /**< datagrams, malformed ones too */
@@ -34,7 +41,7 @@ public:
     link_output(link_end end, link_style style) : end_(end), style_(style) {}
 
     void listening(endpoint where) const;
-    void datagram(endpoint from, size_t bytes, const link_datagram &read,
+    void datagram(const link_arrival &arrival, const link_datagram &read,
                   sequence_watch::step_result step) const;
     void summary(const link_counts &counts) const;
 

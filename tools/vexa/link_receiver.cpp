@@ -22,6 +22,11 @@ constexpr size_t k_datagram_bytes = 65536;  // the longest there is: nothing is 
 constexpr size_t k_most_senders = 4096;     // whose rows of numbers are followed
 constexpr double k_longest_poll_ms = 3.6e6; // then the clock is looked at again
 
+uint64_t now_ns() {
+    const auto now = clock::now().time_since_epoch();
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
 class link_receiver {
 public:
     link_receiver(const link_options &options, int socket)
@@ -78,13 +83,13 @@ private:
         const ssize_t size = recvfrom(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT,
                                       reinterpret_cast<sockaddr *>(&from), &from_size);
         if (size >= 0) { // else there is none after all; poll says when there is one
-            take(to_endpoint(from), std::span{buffer_}.first(static_cast<size_t>(size)));
+            take({to_endpoint(from), static_cast<size_t>(size), now_ns()});
         }
     }
 
-    void take(endpoint from, std::span<const uint8_t> bytes) {
-        const link_datagram read = decode_link(options_.end, bytes);
-        const sequence_watch::step_result step = follow(from, read.sequence);
+    void take(const link_arrival &arrival) {
+        const link_datagram read = decode_link(options_.end, std::span{buffer_}.first(arrival.bytes));
+        const sequence_watch::step_result step = follow(arrival.from, read.sequence);
         ++counts_.received;
         counts_.missing += step.missing;
         counts_.late += step.late ? 1 : 0;
@@ -93,7 +98,7 @@ private:
         } else {
             ++counts_.malformed;
         }
-        output_.datagram(from, bytes.size(), read, step);
+        output_.datagram(arrival, read, step);
     }
 
     sequence_watch::step_result follow(endpoint from, std::optional<uint16_t> sequence) {
