@@ -435,10 +435,15 @@ void *send_register_req(void *data) {
     vexa_node_t manager{};
     (void)nmapping_get(VX_NODE_MANAGER_ID, &manager); // once: where REGISTERs go never changes
     vexa_node_end_texts(&manager);
-    while (g_register_stop.unless_stopped([&] { send_register(datagram, manager); })) {
-        (void)g_register_stop.wait_for(gn_node_reg_time.load(std::memory_order_relaxed));
+    for (;;) {
+        // Asked before the send: an answer that is faster than this thread slows down the REGISTER after the
+        // next, not the next.
+        const int period_s = gn_node_reg_time.load(std::memory_order_relaxed);
+        if (!g_register_stop.unless_stopped([&] { send_register(datagram, manager); })) {
+            return nullptr;
+        }
+        (void)g_register_stop.wait_for(period_s);
     }
-    return nullptr;
 }
 
 void thrio_prepare(void) {

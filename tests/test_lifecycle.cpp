@@ -261,10 +261,10 @@ TEST(Restart, LeavesNoDescriptorAndNoThread) {
     (void)node.manager();
     (void)node.other(3);
     (void)node.other(bus::k_witness);
-    const size_t threads = process_state::threads();
     ASSERT_TRUE(node.join({3}));
     expect_works(node, 5, "first"); // the loop's own descriptors stay from here on
     node.stop();
+    const size_t threads = process_state::threads(); // a joined one may stay visible for a moment
     const auto descriptors = process_state::descriptors();
     for (int i = 0; i < 5; ++i) {
         ASSERT_TRUE(node.join({3}));
@@ -272,8 +272,7 @@ TEST(Restart, LeavesNoDescriptorAndNoThread) {
         expect_works(node, 5, "again");
         node.stop();
         EXPECT_EQ(process_state::descriptors(), descriptors) << i;
-        // A joined thread may stay visible for a moment.
-        EXPECT_TRUE(wait_until([=] { return process_state::threads() == threads; })) << i;
+        EXPECT_TRUE(wait_until([=] { return process_state::threads() <= threads; })) << i;
     }
 }
 

@@ -192,6 +192,26 @@ TEST(Pace, IsOneSecondUntilAcceptedAndTenThereafter) {
     }
 }
 
+TEST(Pace, IsStillOneSecondForARegisterWhoseAnswerIsThereAtOnce) {
+    faults::shorten_waits(0.01);
+    node_under_test node{9};
+    // The answer has been dealt with before the worker gets to ask how long to wait.
+    static std::atomic<bool> answered;
+    answered = false;
+    faults::before(faults::call::sendto, [&node] {
+        if (!answered.exchange(true)) {
+            node.tell(bus::table({}), bus::k_accepted);
+            EXPECT_TRUE(wait_until([] { return nmapping_get_stat(0) == 1; }));
+        }
+    });
+    ASSERT_EQ(node.start(), 0);
+    ASSERT_TRUE(wait_until([] { return register_waits().size() >= 3; }));
+    const std::vector<long> waits = register_waits();
+    EXPECT_EQ(waits[0], 1);
+    EXPECT_EQ(waits[1], 10);
+    EXPECT_EQ(waits[2], 10);
+}
+
 TEST(Pace, IsOneSecondAgainAfterARestart) {
     faults::shorten_waits(0.01);
     node_under_test node{9};
