@@ -1,10 +1,13 @@
 // Everything at once: every function from many threads, starts and stops between, and datagrams of every
 // sort.
+#include "hb_mgr.h"
 #include "log_capture.h"
 #include "node_mapping.h"
 #include "node_mgr_msg_helper.h"
 #include "peer.h"
 #include "seed.h"
+#include "thread_io.h"
+#include "vision_protocol.h"
 #include "wait.h"
 
 #include <algorithm>
@@ -19,6 +22,34 @@ using bus::bytes;
 using bus::message;
 using bus::node_under_test;
 using bus::text;
+
+constexpr uint16_t k_spare_node = 100; // nobody is there
+
+/// What tools and tests may do beside, with the units behind the component.
+void call_the_units() {
+    vexa_node_t node{};
+    VPHeartbeatFrame frame{};
+    const HeartBeatPair pair = {SOA_MODE, 1};
+    alignas(vx_msg_head_t) uint8_t room[8240];
+    vx_msg_head_t head{};
+    int len = 0;
+    node.node_id = k_spare_node;
+    (void)nmapping_set(k_spare_node, &node);
+    nmapping_set_stat(k_spare_node, NODE_STAT_INACTIVED);
+    (void)nmapping_get_stat(k_spare_node);
+    (void)nmapping_del(k_spare_node);
+    nmapping_valid_item_show();
+    (void)hbmgr_get_hb(&frame);
+    (void)hbmgr_set_hb(&pair, 1);
+    buid_unregist_msg(reinterpret_cast<vx_msg_head_t *>(room));
+    (void)io_pool_rx_put(reinterpret_cast<const vx_msg_head_t *>(room));
+    (void)io_pool_rx_get("\x06", reinterpret_cast<char *>(room), &len, &head);
+    head.magic = VX_MSG_MAGIC;
+    (void)node_check(&head);
+    (void)send_node_info(-1, 9, 3, 1);
+    (void)send_heart_beat(3);
+    (void)vision_test_send_track_status();
+}
 
 /// What an application may do at any time from any thread, but for starting and stopping.
 void call_every_function() {
@@ -43,6 +74,7 @@ void call_every_function() {
     (void)nmapping_self_node_id();
     (void)send_node_info_req(3);
     __atomic_store_n(&gn_dbg_route, 0, __ATOMIC_RELAXED);
+    call_the_units();
 }
 
 /// What the bus may send to a node, one after the other.

@@ -309,7 +309,7 @@ TEST(RecvStatus, OfATypeThatNeverCameIsNothing) {
     EXPECT_EQ(got.extra.len, 0);
 }
 
-TEST(RecvStatus, WorksFromTheCallback) {
+TEST(Callback, MayCallEveryFunctionButDeinit) {
     node_under_test node{5};
     static int result;
     static int sent;
@@ -319,14 +319,22 @@ TEST(RecvStatus, WorksFromTheCallback) {
         uint8_t room[8192];
         MsgExtra extra{};
         result = vision_recv_status(MSG_DETECTION_OBJECTS, room, sizeof room, &extra);
+        const HeartBeatPair pair = {LED, 1};
+        VPHeartbeatFrame frame{};
         sent = vision_send_msg(NODE_VIO, "direct", 6) | vxmsg_send_general(3, 1, "queued", 6) |
-               vision_brocast_msg("broadcast", 9);
+               vision_brocast_msg("broadcast", 9) | vision_set_hearbeat(&pair, 1) |
+               vision_get_hearbeat(&frame) | vision_send_status(NODE_VIO, "\x06\0", 2) |
+               vision_broadcast_status("\x07\0", 2);
     }));
     node.send(message({0, 3, 5}, {6, 0, 1}));
     node.send(message({1, 3, 5}, {}));
-    for (const char *words : {"direct", "queued", "broadcast"}) {
+    // The direct ones leave at once, the queued ones after the callback.
+    EXPECT_EQ(node.other(3).receive(), message({1, 5, 3}, bus::text("direct")));
+    EXPECT_EQ(node.other(3).receive(), message({0, 5, 3}, {6, 0}));
+    for (const char *words : {"queued", "broadcast"}) {
         EXPECT_EQ(node.other(3).receive(), message({1, 5, 3}, bus::text(words)));
     }
+    EXPECT_EQ(node.other(3).receive(), message({0, 5, 3}, {7, 0}));
     node.stop();
     EXPECT_EQ(result, 3);
     EXPECT_EQ(sent, 0);
