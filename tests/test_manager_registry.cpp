@@ -291,10 +291,12 @@ TEST_F(Registry, AnActiveNodesIdIsRefusedToAnotherAddress) {
     EXPECT_STREQ(nodes.find(5)->name, "first");
 }
 
-TEST_F(Registry, AnotherPortOfTheSameMachineIsAnotherAddress) {
+TEST_F(Registry, AnotherPortOfTheSameMachineIsTheNodeItself) {
     nodes.handle(registering(5), k_home, k_start);
-    const endpoint neighbour{k_home.ip, 40000};
-    EXPECT_THAT(nodes.handle(registering(5), neighbour, k_start).refused, Eq(refusal::id_taken));
+    const endpoint restarted{k_home.ip, 40000};
+    EXPECT_THAT(nodes.handle(registering(5), restarted, k_start).refused, Eq(std::nullopt));
+    ASSERT_EQ(nodes.active().size(), 1U);
+    EXPECT_EQ(nodes.active()[0].address, restarted);
 }
 
 TEST_F(Registry, NobodyElseCanUnregisterANode) {

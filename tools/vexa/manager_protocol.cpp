@@ -33,7 +33,7 @@ constexpr auto k_refusals = std::to_array<refusal_words>({
     {refusal::unterminated_text, "unterminated_text", "a text in its record does not end"},
     {refusal::bad_address, "bad_address", "its ip is not the IPv4 address of a host"},
     {refusal::bad_port, "bad_port", "its port is 0"},
-    {refusal::id_taken, "id_taken", "the id is held by an active node at another address"},
+    {refusal::id_taken, "id_taken", "the id is held by an active node on another machine"},
     {refusal::not_registered, "not_registered", "the node is not registered"},
 });
 static_assert(k_refusals.size() == static_cast<size_t>(refusal::number_of_refusals));

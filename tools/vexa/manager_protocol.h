@@ -52,7 +52,7 @@ enum class refusal {
 /** The name of a refusal, as it stands in the program's JSON: "id_taken". */
 const char *name_of(refusal why);
 
-/** The same as a clause: "the id is held by a node at another address". */
+/** The same as a clause: "the id is held by an active node on another machine". */
 const char *explanation_of(refusal why);
 
 /** A REGISTER or UNREGISTER that has been checked against the bytes that arrived. */

@@ -25,7 +25,7 @@ node_registry::node_registry(clock::duration keep_alive, int missed)
 node_registry::outcome node_registry::handle(const manager_request &request, endpoint from,
                                              clock::time_point now) {
     const std::optional<entry> &holder = entries_.at(request.node.node_id);
-    if (holder && is_active(holder->record) && holder->address != from) {
+    if (holder && is_active(holder->record) && holder->address.ip != from.ip) {
         return {refusal::id_taken, std::nullopt};
     }
     return request.command == MGR_CMD_REGISTER ? join(request.node, from, now) : leave(request.node.node_id);

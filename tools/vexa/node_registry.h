@@ -4,10 +4,11 @@
  * remembers; receiving, sending and printing are done around it. Time comes in with every call, so that a
  * test can let minutes pass.
  *
- * One address per id: while a node is active, a REGISTER or UNREGISTER with its id from another address is
+ * One machine per id: while a node is active, a REGISTER or UNREGISTER with its id from another IP address is
  * refused (id_taken). Were the newest to win, two processes started with one id would take the id from each
  * other with every keep-alive, and everybody's traffic would swing between them unnoticed. The second one is
- * let in as soon as the first has left or has fallen silent.
+ * let in as soon as the first has left or has fallen silent. Another port of the same machine is the node
+ * itself: one that was restarted, or could not bind its port.
  */
 #ifndef VEXA_NODE_REGISTRY_H
 #define VEXA_NODE_REGISTRY_H
