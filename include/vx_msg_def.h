@@ -4,7 +4,7 @@
  * `data_length` bytes of payload. In a process the header is a vx_msg_head_t in the host's own byte order; on
  * the wire every number is little-endian, and the two meet only in vx_msg_head_load and vx_msg_head_store.
  *
- *     vx_msg_head_t head = {VX_MSG_MAGIC, {0}, MSTP_USER_DATA_PROC_BY_CALLBACK, len, own_id, dst, 0, 0};
+ *     vx_msg_head_t head = vx_msg_head_make(MSTP_USER_DATA_PROC_BY_CALLBACK, len, own_id, dst);
  *     vx_msg_head_store(datagram, &head);
  */
 #ifndef VX_MSG_DEF_H
@@ -98,6 +98,26 @@ VX_STATIC_ASSERT(sizeof(vexa_node_t) == VX_NODE_RECORD_SIZE, "stride of the reco
 VX_STATIC_ASSERT(offsetof(vexa_node_t, ip) == 16 && offsetof(vexa_node_t, port) == 32 &&
                      offsetof(vexa_node_t, node_id) == 34 && offsetof(vexa_node_t, stat) == 36,
                  "wire offsets of a record");
+
+/**
+ * A header as every message begins: flag, `sequence` and `recv_time` 0.
+ * @param msg_type     a vx_msg_type
+ * @param data_length  [bytes] payload that will follow
+ * @param src          sender's node id
+ * @param dst          receiver's node id, or VX_MSG_BROADCAST
+ * @par Threads  Any thread.
+ */
+static inline vx_msg_head_t vx_msg_head_make(uint8_t msg_type, uint16_t data_length, uint16_t src,
+                                             uint16_t dst) {
+    vx_msg_head_t head;
+    memset(&head, 0, sizeof head);
+    head.magic = VX_MSG_MAGIC;
+    head.msg_type = msg_type;
+    head.data_length = data_length;
+    head.src = src;
+    head.dst = dst;
+    return head;
+}
 
 /**
  * Reads a header from the first VX_MSG_HEAD_SIZE bytes of a datagram. The fields are taken as they are.

@@ -13,16 +13,6 @@ namespace {
 
 constexpr char k_unit[] = "src/node_mgr_msg_helper";
 
-vx_msg_head_t head_of(uint8_t msg_type, uint16_t data_length, uint16_t src, uint16_t dst) {
-    vx_msg_head_t head{};
-    head.magic = VX_MSG_MAGIC;
-    head.msg_type = msg_type;
-    head.data_length = data_length;
-    head.src = src;
-    head.dst = dst;
-    return head;
-}
-
 } // namespace
 
 void buid_unregist_msg(vx_msg_head_t *msg) {
@@ -32,7 +22,7 @@ void buid_unregist_msg(vx_msg_head_t *msg) {
     const uint16_t self = nmapping_self_node_id();
     vexa_node_t own{};
     (void)nmapping_get(self, &own); // without a table the record is empty, and nobody will send it
-    *msg = head_of(MSTP_NODE_MGR, length, self, VX_NODE_MANAGER_ID);
+    *msg = vx_msg_head_make(MSTP_NODE_MGR, length, self, VX_NODE_MANAGER_ID);
     uint8_t *payload = reinterpret_cast<uint8_t *>(msg) + VX_MSG_HEAD_SIZE;
     memset(payload, 0, length);
     ut_put_le16(payload, MGR_CMD_UNREGISTER);
@@ -43,7 +33,7 @@ void buid_unregist_msg(vx_msg_head_t *msg) {
 int send_node_info(int fd, uint16_t src_node_id, uint16_t dst_node_id, int msg_type) {
     uint8_t datagram[VX_MSG_HEAD_SIZE + VX_NODE_RECORD_SIZE];
     const vx_msg_head_t head =
-        head_of(static_cast<uint8_t>(msg_type), VX_NODE_RECORD_SIZE, src_node_id, dst_node_id);
+        vx_msg_head_make(static_cast<uint8_t>(msg_type), VX_NODE_RECORD_SIZE, src_node_id, dst_node_id);
     vx_msg_head_store(datagram, &head);
     vexa_node_t source{};
     const int found = nmapping_get(src_node_id, &source);

@@ -311,12 +311,8 @@ using register_bytes = std::array<uint8_t, k_register_size>;
 
 register_bytes build_register(const vexa_node_t &own) {
     register_bytes datagram{};
-    vx_msg_head_t head{};
-    head.magic = VX_MSG_MAGIC;
-    head.msg_type = MSTP_NODE_MGR;
-    head.data_length = VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE;
-    head.src = own.node_id;
-    head.dst = VX_NODE_MANAGER_ID;
+    const vx_msg_head_t head = vx_msg_head_make(MSTP_NODE_MGR, VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE,
+                                                own.node_id, VX_NODE_MANAGER_ID);
     vx_msg_head_store(datagram.data(), &head);
     uint8_t *payload = datagram.data() + VX_MSG_HEAD_SIZE;
     ut_put_le16(payload, MGR_CMD_REGISTER);

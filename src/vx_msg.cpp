@@ -49,13 +49,8 @@ bool msg_match(const void *a, const void *b) {
 }
 
 vx_msg_head_t head_to(uint16_t dst, int kind, int len) {
-    vx_msg_head_t head{};
-    head.magic = VX_MSG_MAGIC;
-    head.msg_type = static_cast<uint8_t>(kind);
-    head.data_length = static_cast<uint16_t>(len);
-    head.src = nmapping_self_node_id();
-    head.dst = dst;
-    return head;
+    return vx_msg_head_make(static_cast<uint8_t>(kind), static_cast<uint16_t>(len), nmapping_self_node_id(),
+                            dst);
 }
 
 /// The payload's buffer is left as it is behind the payload: nothing of it is sent.

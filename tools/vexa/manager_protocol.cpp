@@ -147,12 +147,8 @@ std::variant<manager_request, refusal> read_request(std::span<const uint8_t> dat
 std::vector<uint8_t> table_message(uint16_t dst, bool accepted, std::span<const vexa_node_t> nodes) {
     const size_t payload_size = VX_MGR_HEAD_SIZE + nodes.size() * VX_NODE_RECORD_SIZE;
     std::vector<uint8_t> bytes(VX_MSG_HEAD_SIZE + payload_size);
-    vx_msg_head_t head{};
-    head.magic = VX_MSG_MAGIC;
-    head.msg_type = MSTP_NODE_MGR;
-    head.data_length = static_cast<uint16_t>(payload_size);
-    head.src = VX_NODE_MANAGER_ID;
-    head.dst = dst;
+    const vx_msg_head_t head =
+        vx_msg_head_make(MSTP_NODE_MGR, static_cast<uint16_t>(payload_size), VX_NODE_MANAGER_ID, dst);
     vx_msg_head_store(bytes.data(), &head);
     bytes[offsetof(vx_msg_head_t, flag)] = accepted ? k_accepted_flag : 0;
     uint8_t *at = bytes.data() + VX_MSG_HEAD_SIZE;
