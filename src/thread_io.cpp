@@ -34,15 +34,14 @@ constexpr int k_accepted_period_s = 10; // and from then on
 constexpr int k_register_log_every = 10;
 constexpr int k_table_log_every = 60;
 constexpr double k_end_delay_s = 0.03; // from the UNREGISTER to the end; a tenth of what the log line says
-constexpr int k_farewell_reads =
-    300; // datagrams still read by a node that leaves; a socket holds fewer by default
+constexpr int k_farewell_reads = 300;  // datagrams still read while leaving; a socket holds fewer by default
 
 socket_io_t g_sio{}; // filled by the I/O thread before the worker starts
-constinit std::atomic<msg_call_back> user_msg_cb{
-    nullptr};           // written by the I/O thread at its start, cleared at the end
+// Written by the I/O thread at its start, cleared at the end.
+constinit std::atomic<msg_call_back> user_msg_cb{nullptr};
 ut_timer unreg_timer{}; // the I/O thread's, and deinit's after it
-constinit std::atomic<int> gn_node_reg_time{
-    k_first_period_s};                                // [s] written on acceptance, read by the worker
+// [s] Written by each start and on acceptance, read by the worker.
+constinit std::atomic<int> gn_node_reg_time{k_first_period_s};
 constinit std::atomic<uint8_t> g_register_sends{0};   // thins out the worker's log; wraps
 constinit std::atomic<uint8_t> g_manager_messages{0}; // thins out the echo of the table; wraps
 constinit std::atomic<uint8_t> g_broadcast_sends{0};  // for the debugger; wraps

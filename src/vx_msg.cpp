@@ -38,8 +38,8 @@ pthread_t tid{};                      // the I/O thread, valid while its flag is
 pthread_t g_debug_thread{};           // valid while its flag is set
 stop_signal g_debug_stop;
 
-thr_in_data_t thread_data{}; // written by init; the pipe ends are used by senders and deinit, the rest by the
-                             // I/O thread
+// Written by init; the pipe ends are used by senders and deinit, the rest by the I/O thread.
+thr_in_data_t thread_data{};
 constinit usage_gate g_running;            // open while the pipe and the direct-send socket may be used
 constinit std::mutex g_direct_creation;    // so that two first sends make one socket
 constinit std::atomic<int> g_direct_fd{0}; // the direct-send socket, not bound; 0: not made yet
@@ -135,8 +135,8 @@ void send_now(vx_msg_buf &out) {
     (void)nmapping_get(nmapping_get_next_hop(out.head.dst), &hop); // an unknown node has no address to reach
     vexa_node_end_texts(&hop);
     vx_msg_head_store(out.bytes(), &out.head);
-    (void)net_sendto_fd(direct_socket(), out.bytes(), bytes, hop.ip,
-                        hop.port); // a datagram may always be lost
+    // A datagram may always be lost; the socket layer has logged what there is to say.
+    (void)net_sendto_fd(direct_socket(), out.bytes(), bytes, hop.ip, hop.port);
 }
 
 int write_directly_to_node(int id, int lv1_type, const void *msg_in, int len) {

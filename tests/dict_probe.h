@@ -116,6 +116,22 @@ inline std::string keys(const dict_t *dt) {
     return all;
 }
 
+/// A test with one dictionary, which it does not have to release.
+class fixture : public testing::Test {
+protected:
+    void SetUp() override { trace().clear(); }
+    void TearDown() override { dict_release(made_); }
+
+    dict_t *make(dict_types type, const std::string &letters = "", uint32_t size = 4) {
+        made_ = create(type, size);
+        add(made_, letters);
+        return made_;
+    }
+
+private:
+    dict_t *made_ = nullptr;
+};
+
 } // namespace dict_probe
 
 #endif

@@ -19,20 +19,7 @@ using dict_probe::trace;
 
 namespace {
 
-class Dict : public testing::Test {
-protected:
-    void SetUp() override { trace().clear(); }
-    void TearDown() override { dict_release(made_); }
-
-    dict_t *make(dict_types type, const std::string &letters = "", uint32_t size = 4) {
-        made_ = dict_probe::create(type, size);
-        add(made_, letters);
-        return made_;
-    }
-
-private:
-    dict_t *made_ = nullptr;
-};
+class Dict : public dict_probe::fixture {};
 
 void *null_copy(const void *) {
     return nullptr;
