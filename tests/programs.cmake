@@ -40,6 +40,8 @@ if(VEXAMSG_BUILD_TOOLS)
         DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
     add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
 
+    vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
+
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp
