@@ -39,10 +39,10 @@ bool has(const datagram &from, size_t at, size_t size) {
     return at <= from.bytes.size() && size <= from.bytes.size() - at;
 }
 
-/// The header's field, when it was captured.
+/// The header's field, when it has one of that name and it was captured.
 std::optional<uint64_t> head_number(const datagram &from, const envelope &wire, const char *name) {
     const field *f = find_field(wire.head, name);
-    return has(from, f->offset, element_size(f->type))
+    return f != nullptr && has(from, f->offset, element_size(f->type))
                ? std::optional{read_number(from.bytes, f->offset, f->type)}
                : std::nullopt;
 }
@@ -389,13 +389,16 @@ const envelope *recognise(const datagram &from) {
     return is_node_port(from.dst_port) ? &k_route : nullptr;
 }
 
-decoded decode(const datagram &from) {
+decoded decode_as(const envelope &wire, const datagram &from) {
     decoded read;
-    read.wire = recognise(from);
-    if (read.wire != nullptr) {
-        reader(from, read).run();
-    }
+    read.wire = &wire;
+    reader(from, read).run();
     return read;
+}
+
+decoded decode(const datagram &from) {
+    const envelope *wire = recognise(from);
+    return wire != nullptr ? decode_as(*wire, from) : decoded{};
 }
 
 glance look(const datagram &from) {

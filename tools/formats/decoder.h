@@ -67,6 +67,9 @@ struct decoded {
 
 decoded decode(const datagram &from);
 
+/** The same where it is known what must come. */
+decoded decode_as(const envelope &wire, const datagram &from);
+
 /** What can be had of a datagram without reading its payload. */
 struct glance {
     const envelope *wire = nullptr;
