@@ -124,7 +124,9 @@ public:
             say(finding_code::short_head, from_.wire_size, from_.wire_size, wire.head.size);
             return;
         }
-        if (from_.bytes.size() < from_.wire_size) {
+        if (from_.incomplete) {
+            say(finding_code::fragment, from_.bytes.size());
+        } else if (from_.bytes.size() < from_.wire_size) {
             say(finding_code::capture_cut, from_.bytes.size(), from_.bytes.size(), from_.wire_size);
         }
         payload_ = payload_of(from_, wire);
