@@ -50,13 +50,14 @@ if(VEXAMSG_BUILD_TOOLS)
     find_program(TSHARK_PROGRAM tshark)
     if(TSHARK_PROGRAM)
         vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
-            LIBRARIES vexa_formats vexa_process PCAP::PCAP TIMEOUT 300)
+            LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 300)
         target_compile_definitions(test_dissector PRIVATE
             TSHARK_PROGRAM="${TSHARK_PROGRAM}"
+            DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
             DISSECTOR_GENERATOR="$<TARGET_FILE:vexa_dissector>"
             DISSECTOR_ENGINE="${PROJECT_SOURCE_DIR}/tools/wireshark/engine.lua"
             DISSECTOR_FILE="${PROJECT_SOURCE_DIR}/tools/wireshark/vexamsg.lua")
-        add_dependencies(test_dissector vexa_dissector)
+        add_dependencies(test_dissector vexa vexa_demo vexa_demo_node vexa_dissector)
     else()
         message(STATUS "test_dissector is left out; missing: tshark")
     endif()
