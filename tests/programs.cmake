@@ -45,6 +45,13 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
     vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
+    vexamsg_test(test_message_filter SOURCES test_message_filter.cpp LIBRARIES vexa_message_logic)
+
+    vexamsg_test(test_echo_program SOURCES test_echo_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json PCAP::PCAP)
+    target_compile_definitions(test_echo_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    add_dependencies(test_echo_program vexa)
+
     # Outside of the network of its own that other tests have: inside it every user looks like root, and tshark is
     # to run as an ordinary one.
     find_program(TSHARK_PROGRAM tshark)
