@@ -166,7 +166,7 @@ TEST(MessageText, SaysSomethingOfImagesCutAndCapturedAtEveryLength) {
                     text.find_first_not_of(" !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ["
                                            "\\]^_`abcdefghijklmnopqrstuvwxyz{|}~"),
                     std::string::npos);
-                EXPECT_NO_THROW((void)nlohmann::json::parse(vexa::message_json({datagram, read})));
+                EXPECT_TRUE(nlohmann::json::accept(vexa::message_json({datagram, read})));
             }
         }
     }
