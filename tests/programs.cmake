@@ -57,7 +57,7 @@ if(VEXAMSG_BUILD_TOOLS)
     find_program(TSHARK_PROGRAM tshark)
     if(TSHARK_PROGRAM)
         vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
-            LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 300)
+            LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 600)
         target_compile_definitions(test_dissector PRIVATE
             TSHARK_PROGRAM="${TSHARK_PROGRAM}"
             DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"

@@ -151,10 +151,10 @@ TEST(NodeText, NamesWhoIsKnown) {
     EXPECT_EQ(vexa::node_text(42), "42");
 }
 
-TEST(MessageText, SaysSomethingOfImagesCutAndCapturedAtEveryLength) {
+TEST(MessageText, SaysSomethingOfImagesCutAndCapturedAtManyLengths) {
     for (const auto &file : std::filesystem::directory_iterator(TEST_VECTORS_DIR)) {
         const std::vector<uint8_t> whole = vectors::bytes(file.path().stem());
-        for (size_t size = 0; size <= whole.size(); ++size) {
+        for (size_t size = 0; size <= whole.size(); size += size < 80 ? 1 : 13) {
             const std::vector<uint8_t> bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
             for (const size_t wire : {size, whole.size()}) {
                 const vexa::udp_datagram datagram{.dst = {0, 5673}, .wire_size = wire, .bytes = bytes};

@@ -10,6 +10,7 @@
 #ifndef FORMATS_DESCRIPTION_H
 #define FORMATS_DESCRIPTION_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -161,22 +162,12 @@ constexpr const field *find_field(const block &in, std::string_view name) {
 
 /** Whether there is one; said without a pointer, which GCC's sanitizer takes for no constant. */
 constexpr bool has_field(const block &in, std::string_view name) {
-    for (const field &f : in.fields) {
-        if (name == f.name) {
-            return true;
-        }
-    }
-    return false;
+    return std::ranges::any_of(in.fields, [name](const field &f) { return name == f.name; });
 }
 
 /** Whether no field reaches beyond the block. */
 constexpr bool inside(const block &b) {
-    for (const field &f : b.fields) {
-        if (f.offset + size_of(f) > b.size) {
-            return false;
-        }
-    }
-    return true;
+    return std::ranges::all_of(b.fields, [&b](const field &f) { return f.offset + size_of(f) <= b.size; });
 }
 
 /** Whether the fields follow each other without gap or overlap, and end where the block does. */

@@ -35,9 +35,9 @@ constexpr field_type array_of() {
 }
 
 // One block per message: k_movidus_command_block and so on.
-#define VALUE(value_type, member, at) field{.name = #member, .type = type_of<value_type>(), .offset = at},
+#define VALUE(value_type, member, at) field{.name = #member, .type = type_of<value_type>(), .offset = (at)},
 #define ARRAY(value_type, member, elements, at)                                                              \
-    field{.name = #member, .type = array_of<value_type>(), .offset = at, .count = elements},
+    field{.name = #member, .type = array_of<value_type>(), .offset = (at), .count = (elements)},
 #define MESSAGE(member, MEMBER)                                                                              \
     inline constexpr field k_##member##_fields[] = {VXLINK_##MEMBER##_FIELDS(VALUE, ARRAY)};                 \
     inline constexpr block k_##member##_block{#member, "vexamsg." #member, VXLINK_MSG_ID_##MEMBER##_LEN,     \
