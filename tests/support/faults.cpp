@@ -159,6 +159,7 @@ WRAP(ssize_t, recvfrom, (int fd, void *buf, size_t n, int flags, sockaddr *from,
 WRAP(ssize_t, read, (int fd, void *buf, size_t n), (fd, buf, at_most(v, n)))
 WRAP(ssize_t, write, (int fd, const void *buf, size_t n), (fd, buf, at_most(v, n)))
 WRAP(int, close, (int fd), (fd))
+WRAP(int, shutdown, (int fd, int how), (fd, how))
 WRAP(int, pipe, (int *fds), (fds))
 WRAP(int, getsockopt, (int fd, int level, int name, void *value, socklen_t *len),
      (fd, level, name, value, len))

@@ -29,6 +29,7 @@ enum class call {
     read,
     write,
     close,
+    shutdown,
     pipe,
     fcntl,
     ioctl,

@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <pthread.h>
 
 namespace {
 
@@ -26,6 +27,10 @@ std::string formatted(const char *format, va_list args) {
 #pragma GCC diagnostic pop
     return text;
 }
+
+// A child that is forked while another thread writes a line must be able to write its own.
+[[maybe_unused]] const int forks_watched =
+    pthread_atfork([] { lock.lock(); }, [] { lock.unlock(); }, [] { lock.unlock(); });
 
 size_t count_locked(const std::string &format) {
     return static_cast<size_t>(
