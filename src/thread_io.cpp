@@ -252,9 +252,9 @@ uint32_t time_within_second() {
 
 /// The socket is read until it is empty, which a peer that never stops sending could put off for ever.
 void leave_despite_flood(socket_io_t *sio) {
-    if (sio != nullptr && g_leaving.load(std::memory_order_relaxed) &&
+    if (sio == &g_sio && g_leaving.load(std::memory_order_relaxed) &&
         g_farewell_reads.fetch_add(1, std::memory_order_relaxed) == k_farewell_reads) {
-        ev_io_stop(sio->loop, &sio->ev);
+        thread_io::stop_reading();
     }
 }
 
@@ -279,17 +279,6 @@ void open_socket(const thr_in_data_t &context) {
     g_sio.proc_msg = thrio_proc_message;
 }
 
-void start_watchers(thr_in_data_t &context) {
-    g_sio.loop = ut_default_loop;
-    context.loop = ut_default_loop;
-    ev_io_init(&g_sio.ev, on_read, g_sio.sockfd, EV_READ);
-    if (g_sio.sockfd >= 0) { // libev ends the process over a descriptor that is none
-        ev_io_start(g_sio.loop, &g_sio.ev);
-    }
-    ev_io_init(&context.ev, on_write, context.pipefd[0], EV_READ);
-    ev_io_start(context.loop, &context.ev);
-}
-
 /// One try: whoever leaves for a thread that is stuck in the network must not get stuck there too.
 void take_leave() {
     vx_msg_buf msg;
@@ -306,13 +295,11 @@ void take_leave() {
     (void)sendto(g_sio.sockfd, msg.bytes(), size, MSG_DONTWAIT, to.get(), netapi::ipv4_addr::k_size);
 }
 
-void stop_watchers(thr_in_data_t &context) {
+void stop_loop(thr_in_data_t &context) {
     ut_timer_stop(&unreg_timer);
     (void)ev_clear_pending(context.loop,
                            &unreg_timer.ev); // due at the last moment, it would end the next start
-    ev_io_stop(g_sio.loop, &g_sio.ev);
-    ev_io_stop(context.loop, &context.ev);
-    context.loop = nullptr;
+    thread_io::stop_watchers(context);
 }
 
 } // namespace
@@ -330,7 +317,7 @@ void *msg_io_thread(void *data) {
         VX_LOG(ERROR, "no event loop, the node neither sends nor receives\n");
         return nullptr;
     }
-    start_watchers(context);
+    thread_io::start_watchers(context);
     g_socket_gate.open();
     thread_io::start_register_worker(context);
     ut_loop_run();
@@ -437,7 +424,7 @@ bool thrio_unused_by(deadline_t end) {
 
 void thrio_cleanup(thr_in_data_t *context) {
     if (context->loop != nullptr) {
-        stop_watchers(*context);
+        stop_loop(*context);
     }
     user_msg_cb.store(nullptr, std::memory_order_relaxed);
     net_sockfd_t sock{};
@@ -466,10 +453,11 @@ bool thread_io::join_by(pthread_t thread, bool &started, deadline_t end) {
 /// A child that was forked inside the callback has the loop beneath it, as it is. It ends with the callback.
 void thrio_after_fork(thr_in_data_t &context) {
     if (runs_the_loop && context.loop != nullptr) {
-        stop_watchers(context);
+        stop_loop(context);
     }
     context.loop = nullptr;
     unreg_timer = {};
+    thread_io::forget_watchers();
     thread_io::forget_register_worker();
     new (&g_socket_gate) usage_gate;
     thrio_cleanup(&context);

@@ -20,6 +20,12 @@ extern socket_io_t g_sio; // filled by the I/O thread before the worker starts
 /// Waits for a thread to end. True when it has ended or never started; it is joined then.
 bool join_by(pthread_t thread, bool &started, deadline_t end);
 
+/// What the thread watches; see thread_io_watch.cpp.
+void start_watchers(thr_in_data_t &context);
+void stop_reading(); // takes no further datagram
+void stop_watchers(thr_in_data_t &context);
+void forget_watchers();
+
 /// The registration worker; see thread_io_register.cpp.
 void prepare_registering();
 void start_register_worker(thr_in_data_t &context);
