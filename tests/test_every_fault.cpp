@@ -172,7 +172,7 @@ class EveryFault : public testing::TestWithParam<row> {
 protected:
     void SetUp() override {
         ASSERT_TRUE(play_scenario(node, k_id, bus::k_patience).all_well()); // makes what stays for good
-        descriptors = process_state::descriptors();
+        open_things = process_state::open_things();
         threads = process_state::threads();
         expect_whole();
     }
@@ -184,12 +184,12 @@ protected:
         faults::clear();
         const played p = play_scenario(node, k_id, bus::k_patience);
         EXPECT_TRUE(p.all_well()) << p;
-        EXPECT_EQ(process_state::descriptors(), descriptors);
+        EXPECT_EQ(process_state::open_things(), open_things);
         EXPECT_TRUE(wait_until([this] { return process_state::threads() <= threads; }));
     }
 
     node_under_test node{k_id};
-    std::map<std::string, std::string> descriptors;
+    std::multiset<std::string> open_things;
     size_t threads = 0;
 };
 

@@ -18,10 +18,9 @@
 #include <unistd.h>
 
 #if defined(__SANITIZE_THREAD__)
-#define NEEDS_THREADS_IN_A_CHILD()                                                                           \
-    GTEST_SKIP() << "the thread sanitizer ends a child that starts threads when its parent had some"
+#define NEEDS_A_CHILD(what) GTEST_SKIP() << "the thread sanitizer does not survive a child " what
 #else
-#define NEEDS_THREADS_IN_A_CHILD() (void)0
+#define NEEDS_A_CHILD(what) (void)0
 #endif
 
 namespace {
@@ -180,7 +179,7 @@ TEST_F(Fork, LetsTheChildExit) {
 }
 
 TEST_F(Fork, LetsTheChildRunANodeOfItsOwn) {
-    NEEDS_THREADS_IN_A_CHILD();
+    NEEDS_A_CHILD("that starts threads when its parent had some");
     const pid_t child = forked([] {
         EXPECT_EQ(vision_msg_component_init(NODE_PRECISE_LANDING, "child", "192.168.1.8", nullptr), 0);
         EXPECT_TRUE(wait_until([] { return nmapping_get_stat(3) == 1; }));
@@ -258,6 +257,7 @@ TEST_F(Fork, WhileTheNodeComesAndGoesHarmsNobody) {
 }
 
 TEST(ForkInTheCallback, EndsTheChildWithTheCallback) {
+    NEEDS_A_CHILD("whose last thread ends");
     static std::atomic<pid_t> child{-1};
     node_under_test node{k_id};
     ASSERT_TRUE(node.join({3}, [](void *, MsgExtra *) {

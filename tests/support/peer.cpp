@@ -5,8 +5,10 @@
 #include "node_mapping.h"
 #include "wait.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <ctime>
@@ -95,8 +97,14 @@ peer::~peer() {
 }
 
 std::optional<bytes> peer::receive(milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
     pollfd one{fd_, POLLIN, 0};
-    if (poll(&one, 1, static_cast<int>(patience.count())) <= 0) {
+    int ready = 0;
+    while ((ready = poll(&one, 1, static_cast<int>(patience.count()))) < 0 && errno == EINTR) {
+        patience = std::max(milliseconds(0),
+                            std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now()));
+    }
+    if (ready <= 0) {
         return std::nullopt;
     }
     bytes datagram(65536);

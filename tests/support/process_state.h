@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string>
 
 namespace process_state {
@@ -24,6 +25,15 @@ inline std::map<std::string, std::string> descriptors() {
         }
     }
     return open;
+}
+
+/** What all of them lead to, whatever their numbers: libev may make its own anew. */
+inline std::multiset<std::string> open_things() {
+    std::multiset<std::string> things;
+    for (const auto &[fd, target] : descriptors()) {
+        things.insert(target);
+    }
+    return things;
 }
 
 inline size_t threads() {
