@@ -40,6 +40,12 @@ if(VEXAMSG_BUILD_TOOLS)
         DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
     add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
 
+    vexamsg_test(test_manager_killed FAULTS SOURCES test_manager_killed.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 3600)
+    target_compile_definitions(test_manager_killed PRIVATE
+        VEXA_PROGRAM="$<TARGET_FILE:vexa>" DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+    add_dependencies(test_manager_killed vexa vexa_demo_node)
+
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp

@@ -41,7 +41,9 @@ size_t count_locked(const std::string &format) {
 
 extern "C" void ControlLogInit(const char *name) {
     const std::lock_guard hold{lock};
-    names.emplace_back(name);
+    if (keeping) {
+        names.emplace_back(name);
+    }
 }
 
 extern "C" void ControlLog(int module, int level, const char *file, const char *function, int /*line*/,
