@@ -5,8 +5,10 @@
 #ifndef TEST_PROCESS_STATE_H
 #define TEST_PROCESS_STATE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <map>
 #include <set>
@@ -38,6 +40,12 @@ inline std::multiset<std::string> open_things() {
 
 inline size_t threads() {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+/** Pieces of its address space; a thread that nobody has joined keeps its stack. */
+inline long mappings() {
+    std::ifstream maps("/proc/self/maps");
+    return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
 }
 
 } // namespace process_state
