@@ -1,6 +1,7 @@
 // The transmit side of the I/O thread: any messages in the queue and any node table; every message goes to
 // the next hop's address, byte by byte, or to every active node below its sender, or nowhere.
 #include "node_mapping.h"
+#include "node_mgr_msg_helper.h"
 #include "support/check.h"
 #include "support/dispatch_model.h"
 #include "support/node.h"
@@ -36,6 +37,8 @@ public:
             set(in.u8() % VX_NODE_COUNT, in.u8() % 3);
         } else if (what == 1) {
             run();
+        } else if (what == 2) {
+            send_record(in.u8() % 140, in.u8() % 140, in.u8());
         } else {
             queue(in);
         }
@@ -63,6 +66,24 @@ private:
         const vexa_node_t node = vexa_node_load(fuzz::record_of(id, stat).data());
         FUZZ_CHECK(nmapping_set(id, &node) == 0);
         active_[id] = stat == 1;
+        states_[id] = stat;
+    }
+
+    /// One node's record to another node, past the queue.
+    void send_record(uint16_t src, uint16_t dst, uint8_t kind) {
+        const bool known = src < VX_NODE_COUNT && dst < VX_NODE_COUNT && active_[dst];
+        FUZZ_CHECK(send_node_info(context->pipefd[0], src, dst, kind) == (known ? 0 : -1));
+        const std::vector<outside::datagram> sent = outside::take_sent();
+        FUZZ_CHECK(sent.size() == (known ? 1 : 0));
+        if (known) {
+            fuzz::bytes expected = {0x3A, 0x5E, 0, kind, VX_NODE_RECORD_SIZE};
+            expected.resize(VX_MSG_HEAD_SIZE);
+            ut_put_le16(&expected[6], src);
+            ut_put_le16(&expected[8], dst);
+            const fuzz::record record = fuzz::record_of(src, states_[src]);
+            expected.insert(expected.end(), record.begin(), record.end());
+            FUZZ_CHECK(sent[0].port == 9000 + dst && sent[0].content == expected);
+        }
     }
 
     /// Kind 2 would end the node, and is the library's own to send.
@@ -114,6 +135,7 @@ private:
     }
 
     std::array<bool, VX_NODE_COUNT> active_{};
+    std::array<uint8_t, VX_NODE_COUNT> states_{};
     std::vector<fuzz::bytes> queued_;
 };
 

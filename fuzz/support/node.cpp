@@ -17,19 +17,18 @@ void end_loop(ut_timer * /*timer*/, void * /*privdata*/) {
     ut_loop_break();
 }
 
-/// The registration worker writes the node's own record, and ends then because it is told to from the start.
+} // namespace
+
+bool same_key(const void *a, const void *b) {
+    return ut_get_le16(static_cast<const uint8_t *>(a)) == ut_get_le16(static_cast<const uint8_t *>(b));
+}
+
 void await_own_record(uint16_t id) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (nmapping_get_stat(id) != NODE_STAT_ACTIVED) {
         FUZZ_CHECK(std::chrono::steady_clock::now() < deadline);
         std::this_thread::yield();
     }
-}
-
-} // namespace
-
-bool same_key(const void *a, const void *b) {
-    return ut_get_le16(static_cast<const uint8_t *>(a)) == ut_get_le16(static_cast<const uint8_t *>(b));
 }
 
 thr_in_data_t &start_node(uint16_t id, msg_call_back callback) {
@@ -44,7 +43,7 @@ thr_in_data_t &start_node(uint16_t id, msg_call_back callback) {
     context.msg_cb = callback;
     FUZZ_CHECK(pipe2(context.pipefd, O_NONBLOCK) == 0 && pipe(context.thio2aumsg) == 0);
     thrio_prepare();
-    thrio_stop_registering();
+    thrio_stop_registering(); // the worker ends once it has written the own record
     ut_timer_set(&first_turn, 0, false, end_loop, nullptr);
     ut_timer_start(&first_turn);
     (void)msg_io_thread(&context); // comes back after the first turn of its loop

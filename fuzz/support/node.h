@@ -19,6 +19,9 @@ bool same_key(const void *a, const void *b);
  */
 thr_in_data_t &start_node(uint16_t id, msg_call_back callback);
 
+/** Waits until the node's registration worker has written the node's own record, which it does once. */
+void await_own_record(uint16_t id);
+
 } // namespace fuzz
 
 #endif

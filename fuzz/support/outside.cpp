@@ -5,11 +5,15 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
+#include <mutex>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -20,7 +24,13 @@ using fuzz::outside::answer;
 using fuzz::outside::datagram;
 using fuzz::outside::request;
 
+constexpr uint8_t k_manager_kind = 2; // of a message, in its fourth byte
+
+const std::thread::id own_thread = std::this_thread::get_id();
 std::vector<datagram> sent;
+std::mutex others; // held for what follows
+std::condition_variable more_sent;
+std::vector<datagram> sent_by_threads;
 std::deque<answer> sends;
 std::deque<answer> receives;
 request last;
@@ -33,6 +43,16 @@ bytes copy_of(const void *from, size_t size) {
         memcpy(copied.data(), begin, size); // looked at by the address sanitizer, as the kernel would look
     }
     return copied;
+}
+
+ssize_t send_from_thread(datagram from_thread) {
+    const std::lock_guard hold{others};
+    const auto size = static_cast<ssize_t>(from_thread.content.size());
+    if (from_thread.content.size() < 4 || from_thread.content[3] != k_manager_kind) {
+        sent_by_threads.push_back(std::move(from_thread));
+        more_sent.notify_all();
+    }
+    return size;
 }
 
 int refuse(int error) {
@@ -55,6 +75,13 @@ namespace fuzz::outside {
 
 std::vector<datagram> take_sent() {
     return std::exchange(sent, {});
+}
+
+std::vector<datagram> await_sent_by_threads(size_t count) {
+    std::unique_lock hold{others};
+    const auto all_there = [count] { return sent_by_threads.size() >= count; };
+    FUZZ_CHECK(more_sent.wait_for(hold, std::chrono::seconds(10), all_there));
+    return std::exchange(sent_by_threads, {});
 }
 
 void plan_sends(std::deque<answer> answers) {
@@ -91,12 +118,15 @@ WRAPPED(ssize_t, sendto, int fd, const void *buf, size_t n, int /*flags*/, const
     FUZZ_CHECK(fd > 0 && len == sizeof(sockaddr_in));
     sockaddr_in addr{};
     memcpy(&addr, to, sizeof addr);
-    const bytes content = copy_of(buf, n);
+    datagram whole{ntohl(addr.sin_addr.s_addr), ntohs(addr.sin_port), copy_of(buf, n)};
+    if (std::this_thread::get_id() != own_thread) {
+        return send_from_thread(std::move(whole));
+    }
     const answer given = next(sends, 0);
     if (given.error != 0) {
         return refuse(given.error);
     }
-    sent.push_back({ntohl(addr.sin_addr.s_addr), ntohs(addr.sin_port), content});
+    sent.push_back(std::move(whole));
     return static_cast<ssize_t>(n);
 }
 
@@ -113,6 +143,9 @@ WRAPPED(ssize_t, recvfrom, int /*fd*/, void *buf, size_t n, int /*flags*/, socka
 }
 
 WRAPPED(int, bind, int /*fd*/, const sockaddr *addr, socklen_t len) {
+    if (std::this_thread::get_id() != own_thread) {
+        return 0;
+    }
     last.address = copy_of(addr, len);
     ++last.count;
     return 0;

@@ -2,7 +2,7 @@
  * @file
  * The system as the library sees it in a fuzz target. The linker sends the calls named in fuzz/CMakeLists.txt
  * here: nothing leaves the process, nothing waits, and a target can ask what was said and choose what is
- * answered. One thread only.
+ * answered. Plans and requests are those of the target's own thread.
  */
 #ifndef FUZZ_OUTSIDE_H
 #define FUZZ_OUTSIDE_H
@@ -20,8 +20,12 @@ struct datagram {
     bytes content;
 };
 
-/** What was sent since the last call. */
+/** What this thread sent since the last call. */
 std::vector<datagram> take_sent();
+
+/** What threads of the library sent since the last call, when it is so many datagrams: waits for them.
+ * REGISTERs and the like come whenever they like and do not count. */
+std::vector<datagram> await_sent_by_threads(size_t count);
 
 /** What a call gives: bytes, or an error number. */
 struct answer {
