@@ -55,6 +55,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
     }
     fuzz::exact_block block(sizeof(socket_io_t)); // an address that is too long would be written behind it
+    memset(block.data(), 0, block.size());
     auto *sio = reinterpret_cast<socket_io_t *>(block.data());
     sio->sockfd = 77;
     sio->proc_msg = handle;

