@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int k_row_length = 69; // of a row of the node table, as long as each text in it ends
+
 std::atomic<size_t> lines{0};
 
 } // namespace
@@ -34,6 +36,7 @@ void ControlLog(int module, int level, const char *file, const char *function, i
     const int len = vsnprintf(text, sizeof text, format, args);
     va_end(args);
     FUZZ_CHECK(len > 0);
+    FUZZ_CHECK(*format != '|' || len == k_row_length);
     FUZZ_CHECK(module == MODULE_MSG_ROUTE && line > 0);
     FUZZ_CHECK(level >= VISION_LOG_LEVEL_ERROR && level <= VISION_LOG_LEVEL_INFO);
     FUZZ_CHECK(strncmp(file, "src/", 4) == 0 && *function != '\0');
