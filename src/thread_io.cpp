@@ -54,9 +54,9 @@ pthread_t g_register_worker{};                    // valid while the flag is set
 constinit bool g_register_worker_started = false; // written by the I/O thread, read after it was joined
 constinit thread_local bool own_thread = false;
 
-/// Turns a message into what goes on the wire, in place, and sends it. The header is the caller's host-order
-/// copy.
-void send_datagram(const vx_msg_head_t &head, uint8_t *bytes, vexa_node_t &to) {
+/// Turns a message into what goes on the wire, in place, and sends it. Takes a copy of the header, which in
+/// host order may be the very bytes that are overwritten.
+void send_datagram(const vx_msg_head_t head, uint8_t *bytes, vexa_node_t &to) {
     vx_msg_head_store(bytes, &head);
     vexa_node_end_texts(&to);
     // A datagram may always be lost; the socket layer has logged what there is to say.
