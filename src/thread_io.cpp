@@ -56,6 +56,7 @@ constinit thread_local bool own_thread = false;
 
 /// Turns a message into what goes on the wire, in place, and sends it. Takes a copy of the header, which in
 /// host order may be the very bytes that are overwritten.
+// cppcheck-suppress passedByValue
 void send_datagram(const vx_msg_head_t head, uint8_t *bytes, vexa_node_t &to) {
     vx_msg_head_store(bytes, &head);
     vexa_node_end_texts(&to);

@@ -9,20 +9,26 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace emulator {
 
 /** The command before the program, its words separated by blanks; empty when programs run by themselves. */
-inline const std::string command = TEST_EMULATOR;
+inline constexpr std::string_view command = TEST_EMULATOR;
 
-inline bool in_use() {
+constexpr bool in_use() {
     return !command.empty();
+}
+
+/** How often to do something that is done often: an emulator takes its time. */
+constexpr int rounds(int how_many) {
+    return in_use() ? how_many / 10 : how_many;
 }
 
 /** The command that starts this program, which is of the tests' own architecture. */
 inline std::vector<std::string> started(const std::vector<std::string> &program) {
-    std::istringstream words(command);
+    std::istringstream words{std::string(command)};
     std::vector<std::string> all{std::istream_iterator<std::string>(words), {}};
     all.insert(all.end(), program.begin(), program.end());
     return all;
