@@ -53,9 +53,10 @@ constinit usage_gate g_socket_gate;             // open while g_sio's socket may
 constinit thread_local bool own_thread = false;
 constinit thread_local bool runs_the_loop = false;
 
-/// Turns a message into what goes on the wire, in place, and sends it. The header is the caller's host-order
-/// copy.
-void send_datagram(const vx_msg_head_t &head, uint8_t *bytes, vexa_node_t &to) {
+/// Turns a message into what goes on the wire, in place, and sends it. Takes a copy of the header, which in
+/// host order may be the very bytes that are overwritten.
+// cppcheck-suppress passedByValue
+void send_datagram(const vx_msg_head_t head, uint8_t *bytes, vexa_node_t &to) {
     vx_msg_head_store(bytes, &head);
     vexa_node_end_texts(&to);
     // A datagram may always be lost; the socket layer has logged what there is to say.
