@@ -39,7 +39,7 @@ int main(int argc, char **argv) {
     for (const auto &n : names) {
         std::string prog = program, c = n;
         if (auto colon = n.find('@'); colon != std::string::npos) { c = n.substr(0, colon); prog = n.substr(colon + 1); }
-        pairs.push_back(std::make_unique<bench::pair_process>(bench::pair_settings{prog, c, dir, 1, other_core}));
+        pairs.push_back(std::make_unique<bench::pair_process>(bench::pair_settings{prog, c, dir, static_cast<int>(pairs.size()), 1, other_core}));
     }
     std::vector<std::vector<double>> p50(names.size()), mean(names.size()), cpu(names.size()), ratio(names.size()), mratio(names.size());
     for (auto &p : pairs) { (void)p->ask(size, burst, count / 4 + 1); (void)p->summary(); }

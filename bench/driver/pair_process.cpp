@@ -13,8 +13,17 @@ using namespace std::chrono_literals;
 constexpr auto k_patience = 60s;
 
 std::vector<std::string> command(const pair_settings &how, const char *role, int core) {
-    return {how.program, "--contender",        how.contender, "--role",     role,
-            "--core",    std::to_string(core), "--directory", how.directory};
+    return {how.program,
+            "--contender",
+            how.contender,
+            "--role",
+            role,
+            "--core",
+            std::to_string(core),
+            "--directory",
+            how.directory,
+            "--number",
+            std::to_string(how.number)};
 }
 
 clockid_t clock_of(const std::string &pid) {

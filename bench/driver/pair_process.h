@@ -18,6 +18,7 @@ struct pair_settings {
     std::string program; ///< bench_pair, or its like
     std::string contender;
     std::string directory; ///< for the sockets of those who want files
+    int number;            ///< of the pair: no two that run at a time have the same
     int asking_core;
     int answering_core;
 };

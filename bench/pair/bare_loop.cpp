@@ -16,9 +16,6 @@
 namespace bench {
 namespace {
 
-constexpr uint16_t k_loop_port = 7010;
-constexpr uint16_t k_queue_port = 7020;
-
 /// A watcher that knows whose it is.
 template <class Owner>
 struct watcher_of {
@@ -28,8 +25,8 @@ struct watcher_of {
 
 class bare_loop : public side {
 public:
-    bare_loop(const place &where, listener &to, uint16_t port)
-        : socket_(open_bare_socket(where, port, SOCK_NONBLOCK)),
+    bare_loop(const place &where, listener &to)
+        : socket_(open_bare_socket(where, SOCK_NONBLOCK)),
           to_(to),
           loop_(ev_loop_new(EVFLAG_NOENV)),
           readable_{{}, this} {
@@ -75,7 +72,7 @@ private:
 
 class bare_queue : public bare_loop {
 public:
-    bare_queue(const place &where, listener &to) : bare_loop(where, to, k_queue_port), woken_{{}, this} {
+    bare_queue(const place &where, listener &to) : bare_loop(where, to), woken_{{}, this} {
         (void)checked(pipe2(pipe_.data(), O_NONBLOCK | O_CLOEXEC), "pipe2");
         watch(woken_.ev, pipe_[0], [](struct ev_loop *, ev_io *watcher, int) {
             reinterpret_cast<watcher_of<bare_queue> *>(watcher)->owner->send_queued();
@@ -119,7 +116,7 @@ private:
 } // namespace
 
 std::unique_ptr<side> make_bare_loop(const place &where, listener &to) {
-    auto made = std::make_unique<bare_loop>(where, to, k_loop_port);
+    auto made = std::make_unique<bare_loop>(where, to);
     made->run();
     return made;
 }

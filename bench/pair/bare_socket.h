@@ -21,8 +21,8 @@ struct bare_socket {
     sockaddr_in other;
 };
 
-/** @param first_port  the asking side's; the other side has the next */
-bare_socket open_bare_socket(const place &where, uint16_t first_port, int type_flags);
+/** Bound to the port of this side of this pair. */
+bare_socket open_bare_socket(const place &where, int type_flags);
 
 /** Sends one datagram of a payload and as many bytes more as the bus would. */
 void send_bare(const bare_socket &socket, const uint8_t *payload, size_t size_bytes);

@@ -9,6 +9,11 @@
 #include <thread>
 
 namespace bench {
+namespace {
+
+constexpr uint16_t k_first_port = 7000;
+
+} // namespace
 
 void fail_errno(const char *what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -21,14 +26,16 @@ int checked(int result, const char *what) {
     return result;
 }
 
-bare_socket open_bare_socket(const place &where, uint16_t first_port, int type_flags) {
+bare_socket open_bare_socket(const place &where, int type_flags) {
+    const auto asking_port = static_cast<uint16_t>(k_first_port + 2 * where.number);
+    const auto answering_port = static_cast<uint16_t>(asking_port + 1);
     bare_socket made{checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | type_flags, 0), "socket"), {}};
     sockaddr_in own{};
     own.sin_family = AF_INET;
     own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     made.other = own;
-    own.sin_port = htons(static_cast<uint16_t>(first_port + (where.asks ? 0 : 1)));
-    made.other.sin_port = htons(static_cast<uint16_t>(first_port + (where.asks ? 1 : 0)));
+    own.sin_port = htons(where.asks ? asking_port : answering_port);
+    made.other.sin_port = htons(where.asks ? answering_port : asking_port);
     (void)checked(bind(made.fd, reinterpret_cast<const sockaddr *>(&own), sizeof own), "bind");
     return made;
 }
@@ -41,11 +48,9 @@ void send_bare(const bare_socket &socket, const uint8_t *payload, size_t size_by
 
 namespace {
 
-constexpr uint16_t k_port = 7000;
-
 class bare_udp : public side {
 public:
-    bare_udp(const place &where, listener &to) : socket_(open_bare_socket(where, k_port, 0)) {
+    bare_udp(const place &where, listener &to) : socket_(open_bare_socket(where, 0)) {
         std::thread([this, &to] { receive(to); }).detach();
     }
 

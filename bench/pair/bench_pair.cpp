@@ -122,6 +122,7 @@ int main(int argc, char **argv) {
     app.add_option("--contender", name)->required();
     app.add_option("--role", role)->required()->check(CLI::IsMember({"ask", "answer"}));
     app.add_option("--directory", where.directory, "for the pair's sockets");
+    app.add_option("--number", where.number, "of the pair");
     app.add_option("--core", core, "run on this core only");
     CLI11_PARSE(app, argc, argv);
     where.asks = role == "ask";

@@ -21,12 +21,6 @@ using namespace std::chrono_literals;
 
 constexpr char k_ip[] = "127.0.0.1";
 
-/// The nodes of one kind of pair. The asking side of a broadcast has the higher id, or nobody would hear it.
-struct node_ids {
-    uint16_t asking;
-    uint16_t answering;
-};
-
 listener *receiver = nullptr; // a process has one node
 
 void on_message(void *payload, MsgExtra *extra) {
@@ -68,8 +62,8 @@ void learn(uint16_t own, uint16_t other) {
 
 class bus_node : public side {
 public:
-    bus_node(const place &where, node_ids ids, listener &to)
-        : own_(where.asks ? ids.asking : ids.answering), other_(where.asks ? ids.answering : ids.asking) {
+    bus_node(const place &where, listener &to)
+        : own_(id_of(where, where.asks)), other_(id_of(where, !where.asks)) {
         receiver = &to;
         if (vision_msg_component_init(static_cast<NodeID>(own_), "bench", k_ip, on_message) != 0) {
             throw std::runtime_error("the node does not start");
@@ -78,6 +72,10 @@ public:
     }
 
 protected:
+    /// The asking side has the higher id, or nobody would hear it broadcast.
+    static uint16_t id_of(const place &where, bool asks) {
+        return static_cast<uint16_t>(1 + 2 * where.number + (asks ? 1 : 0));
+    }
     [[nodiscard]] NodeID other() const { return static_cast<NodeID>(other_); }
 
 private:
@@ -87,7 +85,7 @@ private:
 
 class direct : public bus_node {
 public:
-    direct(const place &where, listener &to) : bus_node(where, {21, 20}, to) {}
+    direct(const place &where, listener &to) : bus_node(where, to) {}
     void send(const uint8_t *payload, size_t size_bytes) override {
         (void)vision_send_msg(other(), payload, static_cast<int>(size_bytes));
     }
@@ -95,7 +93,7 @@ public:
 
 class queued : public bus_node {
 public:
-    queued(const place &where, listener &to) : bus_node(where, {23, 22}, to) {}
+    queued(const place &where, listener &to) : bus_node(where, to) {}
     void send(const uint8_t *payload, size_t size_bytes) override {
         (void)vxmsg_send_general(static_cast<uint16_t>(other()), MSTP_USER_DATA_PROC_BY_CALLBACK, payload,
                                  static_cast<int>(size_bytes));
@@ -105,7 +103,7 @@ public:
 /// The question is broadcast; the answer is not, since it would not come back to a higher id.
 class broadcast : public bus_node {
 public:
-    broadcast(const place &where, listener &to) : bus_node(where, {25, 24}, to), asks_(where.asks) {}
+    broadcast(const place &where, listener &to) : bus_node(where, to), asks_(where.asks) {}
     void send(const uint8_t *payload, size_t size_bytes) override {
         if (asks_) {
             (void)vision_brocast_msg(payload, static_cast<int>(size_bytes));
@@ -122,7 +120,7 @@ private:
 /// Statuses stay where they are when they have been read: a new one is known by its number.
 class polled : public bus_node {
 public:
-    polled(const place &where, listener &to) : bus_node(where, {27, 26}, to), to_(to) {
+    polled(const place &where, listener &to) : bus_node(where, to), to_(to) {
         std::thread([this] { poll(); }).detach();
     }
 

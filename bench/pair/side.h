@@ -49,6 +49,7 @@ public:
 /** What a side must know of its pair. */
 struct place {
     bool asks;             ///< this side begins; the other one answers
+    uint16_t number;       ///< of the pair, from 0: no two that run at a time have the same
     std::string directory; ///< the pair's own, for the sockets of those who want files
 };
 
