@@ -5,6 +5,7 @@
 // lists alive while somebody uses them, so that the pool may be released at any moment.
 #include "io_pool.h"
 
+#include "copy_store.h"
 #include "log_throttle.h"
 #include "node_mapping.h"
 #include "usage_gate.h"
@@ -42,6 +43,9 @@ constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
 constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
+#ifndef VEXAMSG_SEPARATE_COPIES
+constinit copy_store kept_copies;
+#endif
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -71,6 +75,14 @@ void copy_message(void *room, const vx_msg_head_t *msg) {
     memset(static_cast<uint8_t *>(room) + size_of(msg), 0, room_of(msg) - size_of(msg));
 }
 
+void *room_for_copy(size_t size) {
+#ifdef VEXAMSG_SEPARATE_COPIES
+    return malloc(size);
+#else
+    return kept_copies.take(size);
+#endif
+}
+
 /// The copies that this makes are not released unless the build says so: what has been queued stays in
 /// memory.
 __attribute__((noinline)) void *list_node_dup(void *value) {
@@ -78,7 +90,7 @@ __attribute__((noinline)) void *list_node_dup(void *value) {
     if (size_of(msg) > k_long_message) {
         VX_LOG(WARN, "msg too long %u\n", size_of(msg));
     }
-    void *copy = malloc(room_of(msg));
+    void *copy = room_for_copy(room_of(msg));
     if (copy != nullptr) {
         copy_message(copy, msg);
     }
