@@ -40,3 +40,4 @@ vexamsg_part(VEXAMSG_BUILD_TOOLS "Build the program vexa and the demo"
 vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest "libgtest-dev libgmock-dev")
 option(VEXAMSG_BUILD_EXAMPLES "Build the example programs" ON)
 option(VEXAMSG_BUILD_FUZZERS "Build the fuzz targets (clang; see the preset fuzz)" OFF)
+option(VEXAMSG_BUILD_BENCH "Build the bench (scripts/bench)" OFF)
