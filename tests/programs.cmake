@@ -48,8 +48,12 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_manager_killed FAULTS SOURCES test_manager_killed.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 3600)
     target_compile_definitions(test_manager_killed PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>" DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+        VEXA_PROGRAM="${vexa_path}" DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_manager_killed vexa vexa_demo_node)
+    vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
+    vexamsg_test(test_heartbeat_frame SOURCES test_heartbeat_frame.cpp LIBRARIES vexa_formats)
+    vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
+    vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 

@@ -1,5 +1,6 @@
 // The program vexa: the other ends of the bus, for a desk without an aircraft. Each subcommand stands in
 // files of its own; this one knows their names only.
+#include "echo_command.h"
 #include "link_command.h"
 #include "manager_command.h"
 #include "subcommand.h"
@@ -15,7 +16,7 @@ using vexa::add_subcommand;
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
     static const std::vector<add_subcommand> all = {vexa::add_manager_command, vexa::add_flight_command,
-                                                    vexa::add_camera_command};
+                                                    vexa::add_camera_command, vexa::add_echo_command};
     return all;
 }
 
