@@ -15,7 +15,7 @@ using vexa::node_registry;
 constexpr milliseconds k_keep_alive{10'000};
 constexpr int k_missed = 3;
 constexpr milliseconds k_silence{35'000};
-constexpr milliseconds k_tick{500}; // so coarse that the last moment is met
+constexpr milliseconds k_tick{5'000}; // so coarse that the last moment is met
 
 struct row {
     std::string name;
@@ -38,7 +38,7 @@ public:
         } else if (what < 6) {
             leave(draw_id(in), draw_endpoint(in));
         } else if (what == 6) {
-            now_ += k_tick * in.u8();
+            now_ += k_tick * (in.u8() % 9);
         } else {
             expire();
         }

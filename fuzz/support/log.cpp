@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int k_row_length = 69; // of a row of the node table, as long as each text in it ends
+constexpr int k_row_length = 68; // of a row of the node table, as long as each text in it ends
 
 std::atomic<size_t> lines{0};
 
