@@ -23,6 +23,13 @@
 #define NEEDS_A_CHILD(what) (void)0
 #endif
 
+// In a child that was forked in the callback nobody can find what the main thread's stack holds.
+static bool g_leaks_unknown = false;
+extern "C" int __lsan_is_turned_off();
+extern "C" int __lsan_is_turned_off() {
+    return g_leaks_unknown ? 1 : 0;
+}
+
 namespace {
 
 using bus::bytes;
@@ -266,6 +273,7 @@ TEST(ForkInTheCallback, EndsTheChildWithTheCallback) {
             child = made;
             return;
         }
+        g_leaks_unknown = true;
         vision_msg_component_deinit(); // refused as ever in a callback
         if (vision_msg_component_init(NODE_PRECISE_LANDING, "child", "192.168.1.8", nullptr) != -1 ||
             vision_send_msg(NODE_VIO, "x", 1) != -1) {

@@ -13,7 +13,9 @@
 #include <iostream>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/allocator_interface.h>
+// Of the sanitizers' interface; gcc brings no header for it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, size_t),
+                                                         void (*)(const volatile void *));
 #define HEAP_IS_COUNTED 1
 #else
 #define HEAP_IS_COUNTED 0
