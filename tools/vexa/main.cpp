@@ -1,7 +1,10 @@
 // The program vexa: the other ends of the bus, for a desk without an aircraft. Each subcommand stands in
 // files of its own; this one knows their names only.
+#include "hb_command.h"
 #include "link_command.h"
 #include "manager_command.h"
+#include "send_command.h"
+#include "status_command.h"
 #include "subcommand.h"
 
 #include <exception>
@@ -15,7 +18,8 @@ using vexa::add_subcommand;
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
     static const std::vector<add_subcommand> all = {vexa::add_manager_command, vexa::add_flight_command,
-                                                    vexa::add_camera_command};
+                                                    vexa::add_camera_command,  vexa::add_send_command,
+                                                    vexa::add_status_command,  vexa::add_hb_command};
     return all;
 }
 
