@@ -41,6 +41,9 @@ if(VEXAMSG_BUILD_TOOLS)
     add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
 
     vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
+    vexamsg_test(test_heartbeat_frame SOURCES test_heartbeat_frame.cpp LIBRARIES vexa_formats)
+    vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
+    vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 
