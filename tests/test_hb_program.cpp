@@ -1,5 +1,6 @@
 // "vexa hb" as users run it; the proxy is a vexa of its own, which is a node of the library.
 #include "bench.h"
+#include "heartbeat_frame.h"
 
 #include <gmock/gmock.h>
 
@@ -36,8 +37,8 @@ TEST_F(Heartbeat, FieldsAreSetByNameAndNumber) {
     EXPECT_EQ(set.status, 0) << set.error;
     EXPECT_EQ(set.json()["fields"], (nlohmann::json{{"WORK_MODE", 3}, {"VIO_RATE", 30}}));
     EXPECT_EQ(set.json()["sent_on"], true);
-    EXPECT_EQ(proxy_says(), (nlohmann::json{{"event", "field"}, {"field", "VIO_RATE"}, {"value", 30}}));
-    EXPECT_EQ(proxy_says(), (nlohmann::json{{"event", "field"}, {"field", "WORK_MODE"}, {"value", 3}}));
+    EXPECT_EQ(proxy_says(), (nlohmann::json{{"event", "change"}, {"member", "vio_rate"}, {"value", 30}}));
+    EXPECT_EQ(proxy_says(), (nlohmann::json{{"event", "change"}, {"member", "work_mode"}, {"value", 3}}));
 }
 
 TEST_F(Heartbeat, WhatIsSetToItsOldValueIsSeenToBeSentOnToo) {
@@ -45,7 +46,7 @@ TEST_F(Heartbeat, WhatIsSetToItsOldValueIsSeenToBeSentOnToo) {
     EXPECT_EQ(set.status, 0) << set.error;
     EXPECT_THAT(set.output,
                 HasSubstr("set LED=0 OVERHEART=1 STEREO_CAMERA_HEAD=0; the proxy has sent it on"));
-    EXPECT_EQ(proxy_says()["field"], "LED") << "heard, although nothing has changed";
+    EXPECT_EQ(proxy_says()["member"], "stereo_camera_head1") << "heard, although nothing has changed";
 }
 
 TEST_F(Heartbeat, OneOperationIsOneMessageWithAllPairs) {
@@ -67,7 +68,7 @@ TEST_F(Heartbeat, GetPrintsAllFieldsAndMarksThoseHeard) {
     bench::program get{{"hb", "get", "--id", "9", "--listen", "60", "--json"}};
     ASSERT_TRUE(manager().waits_for(9, true));
     EXPECT_EQ(run({"hb", "set", "LED=5", "ENVIRONMENT=1"}).status, 0);
-    ASSERT_EQ(proxy_says()["field"], "LED");
+    ASSERT_EQ(proxy_says()["member"], "environment_light");
     bench::program another{{"hb", "get", "LED", "--id", "8", "--listen", "60"}};
     ASSERT_TRUE(manager().waits_for(8, true));
     EXPECT_EQ(run({"hb", "set", "LED=5"}).status, 0);
@@ -75,31 +76,45 @@ TEST_F(Heartbeat, GetPrintsAllFieldsAndMarksThoseHeard) {
     get.signal(SIGINT);
     const auto frame = get.end();
     EXPECT_EQ(frame.status, 0) << frame.error;
-    const auto fields = frame.json()["fields"];
-    EXPECT_EQ(fields.size(), 73U);
-    EXPECT_EQ(fields["LED"], (nlohmann::json{{"value", 5}, {"heard", true}}));
-    EXPECT_EQ(fields["ENVIRONMENT"], (nlohmann::json{{"value", 1}, {"heard", true}})) << "its initial value";
-    EXPECT_EQ(fields["OVERHEART"], (nlohmann::json{{"value", 1}, {"heard", false}}));
-    EXPECT_EQ(frame.json()["frame"].get<std::string>().substr(0, 16), "01007e000d000000");
+    const auto members = frame.json()["members"];
+    EXPECT_EQ(members.size(), formats::k_frame_members.size());
+    EXPECT_EQ(members["bottom_flash_state"], (nlohmann::json{{"value", 5}, {"heard", true}}));
+    EXPECT_EQ(members["environment_light"], (nlohmann::json{{"value", 1}, {"heard", true}}))
+        << "its initial value";
+    EXPECT_EQ(members["overheat"], (nlohmann::json{{"value", 1}, {"heard", false}}));
+    EXPECT_EQ(frame.json()["bytes"].get<std::string>().substr(0, 16), "01007e000d000000");
 }
 
 TEST_F(Heartbeat, AFieldThatNobodySetsIsPrintedAndStatusOne) {
     const auto got = run({"hb", "get", "WORK_MODE", "--listen", "0.2"});
     EXPECT_EQ(got.status, 1);
-    EXPECT_THAT(got.output, HasSubstr("WORK_MODE                      0  not heard: initial value\n"));
-    EXPECT_THAT(got.output, HasSubstr("0 of 1 fields were heard"));
+    EXPECT_THAT(got.output, HasSubstr("work_mode                      0  initial\n"));
+    EXPECT_THAT(got.output, HasSubstr("0 of 1 were heard"));
+}
+
+TEST_F(Heartbeat, MembersAreFoundByTheirOwnNameAndByTheFieldThatWritesThem) {
+    const auto got = run({"hb", "get", "LED", "STEREO_CAMERA_HEAD", "GIMBAL_CAMERA_PRIOR",
+                          "gimbal_camera_prior", "--listen", "0", "--json"});
+    std::vector<std::string> names;
+    const nlohmann::json said = got.json();
+    for (const auto &[name, value] : said["members"].items()) {
+        names.push_back(name);
+    }
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"bottom_flash_state", "gimbal_calib_prior", "gimbal_camera_prior",
+                                        "stereo_camera_head1", "stereo_camera_head2"}));
 }
 
 TEST_F(Heartbeat, WatchPrintsEachChange) {
     bench::program watch{{"hb", "watch", "WORK_MODE", "--id", "9", "--count", "2"}};
-    EXPECT_THAT(watch.line().value_or(""), HasSubstr("WORK_MODE"));
+    EXPECT_THAT(watch.line().value_or(""), HasSubstr("work_mode"));
     (void)watch.line(); // how many were heard
     EXPECT_EQ(run({"hb", "set", "WORK_MODE=3"}).status, 0);
-    EXPECT_THAT(watch.line().value_or(""), HasSubstr("  WORK_MODE = 3"));
+    EXPECT_THAT(watch.line().value_or(""), HasSubstr("  work_mode = 3"));
     EXPECT_EQ(run({"hb", "set", "VIO_RATE=9", "WORK_MODE=4"}).status, 0);
     const auto rest = watch.end();
-    EXPECT_THAT(rest.output, HasSubstr("  WORK_MODE = 4"));
-    EXPECT_THAT(rest.output, Not(HasSubstr("VIO_RATE")));
+    EXPECT_THAT(rest.output, HasSubstr("  work_mode = 4"));
+    EXPECT_THAT(rest.output, Not(HasSubstr("vio_rate")));
     EXPECT_EQ(rest.status, 0);
 }
 

@@ -2,6 +2,7 @@
 #include "hb_command.h"
 
 #include "hb_node.h"
+#include "heartbeat_frame.h"
 #include "named_value.h"
 #include "node_options.h"
 
@@ -45,17 +46,35 @@ void add_set(CLI::App &parent, int &status) {
     command->callback([options, &status] { status = run_hb_set(*options); });
 }
 
-void add_fields(CLI::App &command, hb_view_options &options) {
+/// The members that a text stands for: one by its own name, or those that a field writes.
+std::vector<const formats::frame_member *> members_of(const std::string &text) {
+    std::vector<const formats::frame_member *> found;
+    const auto field = find_value(k_field_names, text);
+    for (const formats::frame_member &each : formats::k_frame_members) {
+        if (text ==
+            each.name) { // before a field's, of which some are the same but for the case, and write another
+            return {&each};
+        }
+        if (field && formats::writes(k_hb_fields.at(*field), each)) {
+            found.push_back(&each);
+        }
+    }
+    return found;
+}
+
+void add_members(CLI::App &command, hb_view_options &options) {
     const auto take = [&options](const std::vector<std::string> &texts) {
         for (const std::string &text : texts) {
-            const auto field = find_value(k_field_names, text);
-            if (!field) {
-                throw CLI::ValidationError("there is no heartbeat field '" + text + "'");
+            const auto found = members_of(text);
+            if (found.empty()) {
+                throw CLI::ValidationError("there is no heartbeat field or member '" + text + "'");
             }
-            options.fields.push_back(static_cast<HeartBeatField>(*field));
+            options.members.insert(options.members.end(), found.begin(), found.end());
         }
     };
-    command.add_option_function<std::vector<std::string>>("FIELD", take, "only these, by name or number")
+    command
+        .add_option_function<std::vector<std::string>>("FIELD", take,
+                                                       "only these: fields or members of the frame")
         ->type_name("FIELD");
 }
 
@@ -63,7 +82,7 @@ void add_get(CLI::App &parent, int &status) {
     CLI::App *command =
         parent.add_subcommand("get", "Listens for a while, then prints the frame by name (joins the bus)");
     auto options = std::make_shared<hb_view_options>();
-    add_fields(*command, *options);
+    add_members(*command, *options);
     command->add_option("--listen", options->listen_s, "seconds to listen for what is set, once registered")
         ->check(CLI::Range(0.0, 1e9))
         ->capture_default_str();
@@ -72,7 +91,7 @@ void add_get(CLI::App &parent, int &status) {
     command->footer(
         std::string{k_node_help} +
         "\nA node that joins has the initial frame and learns only what is set from then on: there is no way "
-        "to ask for the rest. Each field is marked as heard, or as not heard and therefore initial.\n"
+        "to ask for the rest. Each member is marked as heard or as initial, which is not heard.\n"
         "Exit status: 0 printed, and every FIELD that was asked for was heard, 1 one was not, or the node "
         "was "
         "not accepted, 2 wrong usage.\n\n"
@@ -87,7 +106,7 @@ void add_watch(CLI::App &parent, int &status) {
     CLI::App *command =
         parent.add_subcommand("watch", "Prints the frame by name, then every change of it (joins the bus)");
     auto options = std::make_shared<hb_view_options>();
-    add_fields(*command, *options);
+    add_members(*command, *options);
     command->add_option("--count", options->count, "end after so many changes")
         ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 53));
     command->add_option("--duration", options->duration_s, "end after so many seconds")
@@ -96,7 +115,7 @@ void add_watch(CLI::App &parent, int &status) {
     add_node_options(*command, options->node);
     command->footer(
         std::string{k_node_help} +
-        "\nIt looks every 2 ms: of changes of a field that follow each other faster it sees the last. 'vexa "
+        "\nIt looks every 2 ms: of changes of a member that follow each other faster it sees the last. 'vexa "
         "echo' sees every operation.\n"
         "Exit status: 0 ended as asked (--count, --duration, Ctrl-C), 1 fewer than --count changes came in "
         "--duration, or the node was not accepted, 2 wrong usage.\n\n"

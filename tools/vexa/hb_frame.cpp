@@ -72,7 +72,7 @@ HeartBeatPair parse_pair(const std::string &text) {
     const auto field = find_value(k_field_names, name);
     if (!field) {
         throw std::invalid_argument(
-            fmt::format("there is no heartbeat field '{}'; 'vexa hb get' lists them", name));
+            fmt::format("there is no heartbeat field '{}'; the names are those of HeartBeatField", name));
     }
     const auto value = parse_value(text.substr(equals + 1));
     if (!value) {

@@ -21,6 +21,7 @@ namespace vexa {
 namespace {
 
 using clock = bus_node::clock;
+using formats::frame_member;
 using nlohmann::ordered_json;
 
 clock::time_point after(double seconds) {
@@ -80,28 +81,52 @@ void print_set(const hb_set_options &options, const frame_bytes &wanted, bool se
     }
 }
 
+/// Those of the fields that write a member whose name is not its own in capitals: "LED".
+std::string writers_text(const frame_member &member) {
+    std::string text;
+    for (const hb_field_t &row : k_hb_fields) {
+        const std::string name = field_name(row.field);
+        if (formats::writes(row, member) && CLI::detail::to_lower(name) != member.name) {
+            text += (text.empty() ? "" : ", ") + name;
+        }
+    }
+    return text;
+}
+
+bool is_written(const frame_member &member) {
+    return std::any_of(k_hb_fields.begin(), k_hb_fields.end(),
+                       [&](const hb_field_t &row) { return formats::writes(row, member); });
+}
+
+/// Whether one of the fields that write it has been set since the node started.
+bool was_set(const frame_member &member) {
+    return std::any_of(k_hb_fields.begin(), k_hb_fields.end(), [&](const hb_field_t &row) {
+        return formats::writes(row, member) && library_log::heartbeat_was_set(static_cast<size_t>(row.field));
+    });
+}
+
 /// The frame of a node that joined for this, and what has been heard since.
 class frame_view {
 public:
-    explicit frame_view(const hb_view_options &options) : options_(options), initial_(own_frame()) {
-        for (const hb_field_t &row : k_hb_fields) {
-            if (options.fields.empty() ||
-                std::find(options.fields.begin(), options.fields.end(), row.field) != options.fields.end()) {
-                shown_.push_back(row.field);
+    explicit frame_view(const hb_view_options &options) : options_(options), frame_(own_frame()) {
+        for (const frame_member &each : formats::k_frame_members) {
+            const bool wanted =
+                std::find(options.members.begin(), options.members.end(), &each) != options.members.end();
+            if (options.members.empty() || wanted) {
+                shown_.push_back(&each);
             }
         }
     }
 
-    /// Takes in what has come since the last time; gives the fields that have.
-    std::vector<HeartBeatField> look() {
+    /// Takes in what has come since the last time; gives the members that have.
+    std::vector<const frame_member *> look() {
         const frame_bytes now = own_frame();
-        std::vector<HeartBeatField> news;
-        for (const HeartBeatField field : shown_) {
-            const bool changed = value_in(now, field) != value_in(frame_, field);
-            const bool told = changed || library_log::heartbeat_was_set(static_cast<size_t>(field));
-            if (changed || (told && !heard_.contains(field))) {
-                heard_.insert(field);
-                news.push_back(field);
+        std::vector<const frame_member *> news;
+        for (const frame_member *member : shown_) {
+            const bool changed = formats::read_member(now, *member) != value(*member);
+            if (changed || (!heard_.contains(member) && was_set(*member))) {
+                heard_.insert(member);
+                news.push_back(member);
             }
         }
         frame_ = now;
@@ -109,38 +134,47 @@ public:
     }
 
     [[nodiscard]] bool all_heard() const { return heard_.size() == shown_.size(); }
-    [[nodiscard]] unsigned value(HeartBeatField field) const { return value_in(frame_, field); }
+    [[nodiscard]] unsigned value(const frame_member &member) const {
+        return formats::read_member(frame_, member);
+    }
 
     void print() const {
         if (options_.json) {
             print_json();
             return;
         }
-        for (const HeartBeatField field : shown_) {
-            say(fmt::format("{:<28} {:>3}  {}", field_name(field), value(field),
-                            heard_.contains(field) ? "heard" : "not heard: initial value"));
+        for (const frame_member *member : shown_) {
+            const std::string writers = writers_text(*member);
+            say(fmt::format("{:<28} {:>3}  {}{}", member->name, value(*member), state_of(*member),
+                            writers.empty() ? "" : fmt::format("  (set by {})", writers)));
         }
-        say(fmt::format("{} of {} fields were heard since this node joined; nobody tells a node what was set "
-                        "before.",
-                        heard_.size(), shown_.size()));
+        say(fmt::format(
+            "{} of {} were heard since this node joined; nobody tells a node what was set before.",
+            heard_.size(), shown_.size()));
     }
 
 private:
+    [[nodiscard]] const char *state_of(const frame_member &member) const {
+        if (heard_.contains(&member)) {
+            return "heard";
+        }
+        return is_written(member) ? "initial" : "initial; no field writes it";
+    }
+
     void print_json() const {
-        ordered_json fields;
-        for (const HeartBeatField field : shown_) {
-            fields[field_name(field)] = {{"value", value(field)}, {"heard", heard_.contains(field)}};
+        ordered_json members;
+        for (const frame_member *member : shown_) {
+            members[member->name] = {{"value", value(*member)}, {"heard", heard_.contains(member)}};
         }
         say(ordered_json{
-            {"event", "frame"}, {"fields", fields}, {"frame", hex_text({frame_.begin(), frame_.end()})}}
+            {"event", "frame"}, {"members", members}, {"bytes", hex_text({frame_.begin(), frame_.end()})}}
                 .dump());
     }
 
     const hb_view_options &options_;
-    frame_bytes initial_;
-    frame_bytes frame_ = initial_;
-    std::vector<HeartBeatField> shown_;
-    std::set<HeartBeatField> heard_;
+    frame_bytes frame_;
+    std::vector<const frame_member *> shown_;
+    std::set<const frame_member *> heard_;
 };
 
 std::string time_text() {
@@ -149,12 +183,11 @@ std::string time_text() {
     return fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(static_cast<std::time_t>(ms / 1000)), ms % 1000);
 }
 
-void print_change(const frame_view &view, HeartBeatField field, bool json) {
+void print_change(const frame_view &view, const frame_member &member, bool json) {
     if (json) {
-        say(ordered_json{{"event", "field"}, {"field", field_name(field)}, {"value", view.value(field)}}
-                .dump());
+        say(ordered_json{{"event", "change"}, {"member", member.name}, {"value", view.value(member)}}.dump());
     } else {
-        say(fmt::format("{}  {} = {}", time_text(), field_name(field), view.value(field)));
+        say(fmt::format("{}  {} = {}", time_text(), member.name, view.value(member)));
     }
 }
 
@@ -190,12 +223,12 @@ int run_hb_get(const hb_view_options &options) {
     try {
         (void)node.wait_until(after(options.listen_s), [&] {
             (void)view.look();
-            return !options.fields.empty() && view.all_heard();
+            return !options.members.empty() && view.all_heard();
         });
     } catch (const interrupted &) { // what was heard so far is shown
     }
     view.print();
-    return options.fields.empty() || view.all_heard() ? k_ok : k_failed;
+    return options.members.empty() || view.all_heard() ? k_ok : k_failed;
 }
 
 int run_hb_watch(const hb_view_options &options) {
@@ -205,9 +238,9 @@ int run_hb_watch(const hb_view_options &options) {
     view.print();
     uint64_t changes = 0;
     const auto look = [&] {
-        for (const HeartBeatField field : view.look()) {
+        for (const frame_member *member : view.look()) {
             ++changes;
-            print_change(view, field, options.json);
+            print_change(view, *member, options.json);
         }
         return options.count && changes >= *options.count;
     };

@@ -4,6 +4,7 @@
 
 #include "bus_node.h"
 #include "hb_frame.h"
+#include "heartbeat_frame.h"
 
 #include <optional>
 #include <vector>
@@ -17,10 +18,10 @@ struct hb_set_options {
 };
 
 struct hb_view_options {
-    std::vector<HeartBeatField> fields; /**< none: all */
-    double listen_s = 2;                /**< how long `get` waits for what others set */
-    std::optional<uint64_t> count;      /**< of changes after which `watch` ends */
-    std::optional<double> duration_s;   /**< after which `watch` ends */
+    std::vector<const formats::frame_member *> members; /**< of the formats' table; none: all */
+    double listen_s = 2;                                /**< how long `get` waits for what others set */
+    std::optional<uint64_t> count;                      /**< of changes after which `watch` ends */
+    std::optional<double> duration_s;                   /**< after which `watch` ends */
     bool json = false;
     node_options node;
 };
@@ -34,7 +35,7 @@ int run_hb_set(const hb_set_options &options);
 
 /**
  * Listens, then prints the frame.
- * @return an exit_status: 1 when fields were asked for and one of them was not heard
+ * @return an exit_status: 1 when members were asked for and one of them was not heard
  * @throws node_trouble
  */
 int run_hb_get(const hb_view_options &options);
