@@ -53,9 +53,9 @@ if(VEXAMSG_BUILD_TOOLS)
     add_dependencies(test_link_program vexa)
 
     # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
-    foreach(name IN ITEMS send hb explain)
+    foreach(name IN ITEMS send hb explain doctor)
         vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
-            LIBRARIES vexa_process vexa_formats nlohmann_json::nlohmann_json)
+            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json)
         target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
         add_dependencies(test_${name}_program vexa)
     endforeach()

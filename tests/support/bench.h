@@ -180,6 +180,9 @@ public:
         }
     }
 
+    /** Takes a datagram, if one is there. */
+    bool receive_now() { return socket_.receive(std::chrono::milliseconds(0)).has_value(); }
+
     void say(const bus::bytes &datagram) { send(datagram, "192.168.1.1", 9000); }
     void send(const bus::bytes &datagram, const std::string &ip, uint16_t port) {
         EXPECT_TRUE(socket_.send(datagram, ip, port));

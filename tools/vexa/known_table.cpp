@@ -103,6 +103,9 @@ void add_table_options(CLI::App &command, table_options &options) {
             ->type_name("FILE");
     command.add_flag("--ask", options.ask, "join the bus as a node for a moment and ask the node manager")
         ->excludes(file);
+    command.add_option("--timeout", options.node.timeout_s, "seconds to wait for the answer to --ask")
+        ->check(CLI::Range(0.01, 86400.0))
+        ->capture_default_str();
     command
         .add_option("--listen", options.listen.seconds,
                     "listen for so many seconds at most (needs the right to capture)")

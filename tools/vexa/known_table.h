@@ -34,7 +34,7 @@ struct table_options {
     node_options node;
 };
 
-/** Adds --table, --ask, --listen and --interface. */
+/** Adds --table, --ask, --timeout, --listen and --interface. */
 void add_table_options(CLI::App &command, table_options &options);
 
 /**

@@ -79,8 +79,8 @@ const udp_socket *machine_facts::receiver_at(uint32_t ip, uint16_t port) const {
 }
 
 machine_facts look_at_machine(endpoint manager) {
-    return {addresses(), udp_sockets(), why_no_way(manager),
-            read_number("/proc/sys/net/core/rmem_default"), read_number("/proc/sys/net/core/rmem_max")};
+    return {addresses(), udp_sockets(), why_no_way(manager), read_number("/proc/sys/net/core/rmem_default"),
+            read_number("/proc/sys/net/core/rmem_max")};
 }
 
 } // namespace vexa

@@ -21,9 +21,9 @@ struct own_address {
 };
 
 struct machine_facts {
-    std::vector<own_address> addresses;  /**< IPv4, of interfaces that are up */
-    std::vector<udp_socket> sockets;     /**< in the order of the ports */
-    std::optional<std::string> no_way;   /**< why no datagram could be sent to the node manager */
+    std::vector<own_address> addresses;   /**< IPv4, of interfaces that are up */
+    std::vector<udp_socket> sockets;      /**< in the order of the ports */
+    std::optional<std::string> no_way;    /**< why no datagram could be sent to the node manager */
     std::optional<uint64_t> rmem_default; /**< [bytes] that a socket holds unless it asks for more */
     std::optional<uint64_t> rmem_max;     /**< [bytes] that it gets at most when it asks */
 

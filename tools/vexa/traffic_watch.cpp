@@ -12,7 +12,8 @@ namespace {
 constexpr size_t k_most_oddities = 200; // of one kind; whoever sends nonsense from many ports fills no memory
 constexpr size_t k_most_receivers = 1024;
 constexpr int64_t k_burst_ns = int64_t{k_burst_ms} * 1'000'000;
-constexpr uint64_t k_overhead_bytes = 768; // that the system charges for a datagram besides its bytes, at least
+constexpr uint64_t k_overhead_bytes =
+    768; // that the system charges for a datagram besides its bytes, at least
 
 bool is_bus_port(uint16_t port) {
     return port >= VX_NODE_PORT_BASE && port < VX_NODE_PORT_BASE + VX_NODE_COUNT;
@@ -47,8 +48,7 @@ void traffic_watch::note_session(const udp_datagram &datagram) {
 }
 
 void traffic_watch::note_oddities(const udp_datagram &datagram) {
-    const formats::decoded read =
-        formats::decode({datagram.bytes, datagram.wire_size, datagram.dst.port});
+    const formats::decoded read = formats::decode({datagram.bytes, datagram.wire_size, datagram.dst.port});
     if (read.wire == nullptr) {
         count(malformed_, datagram, "it is no message of the bus");
         return;
