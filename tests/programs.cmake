@@ -77,4 +77,24 @@ if(VEXAMSG_BUILD_TOOLS)
         LIBRARIES vexa_process nlohmann_json::nlohmann_json)
     target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="${vexa_path}")
     add_dependencies(test_link_program vexa)
+
+    # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
+    foreach(name IN ITEMS send hb explain doctor)
+        vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
+            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json)
+        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+        add_dependencies(test_${name}_program vexa)
+    endforeach()
+
+    vexamsg_test(test_udp_sockets SOURCES test_udp_sockets.cpp LIBRARIES vexa_machine_logic)
+
+    vexamsg_test(test_demo_keep SOURCES test_demo_keep.cpp
+        LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json)
+    target_compile_definitions(test_demo_keep PRIVATE
+        VEXA_PROGRAM="$<TARGET_FILE:vexa>" DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>")
+    add_dependencies(test_demo_keep vexa vexa_demo vexa_demo_node)
+
+    add_test(NAME DemoScript.EntersTheBenchThatIsKept
+        COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo_enter.sh" "${PROJECT_SOURCE_DIR}/scripts/demo")
+    set_tests_properties(DemoScript.EntersTheBenchThatIsKept PROPERTIES TIMEOUT 60)
 endif()
