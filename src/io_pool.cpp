@@ -6,6 +6,7 @@
 #include "io_pool.h"
 
 #include "after_fork.h"
+#include "copy_store.h"
 #include "log_throttle.h"
 #include "node_mapping.h"
 #include "usage_gate.h"
@@ -45,6 +46,9 @@ constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
 constinit std::array<std::atomic<list_t *>, 2> left_to_the_parent{}; // queues that a fork has cut a walk in
 constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
+#ifndef VEXAMSG_SEPARATE_COPIES
+constinit copy_store kept_copies;
+#endif
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -74,6 +78,14 @@ void copy_message(void *room, const vx_msg_head_t *msg) {
     memset(static_cast<uint8_t *>(room) + size_of(msg), 0, room_of(msg) - size_of(msg));
 }
 
+void *room_for_copy(size_t size) {
+#ifdef VEXAMSG_SEPARATE_COPIES
+    return malloc(size);
+#else
+    return kept_copies.take(size);
+#endif
+}
+
 /// The copies that this makes are not released unless the build says so: what has been queued stays in
 /// memory.
 __attribute__((noinline)) void *list_node_dup(void *value) {
@@ -81,7 +93,7 @@ __attribute__((noinline)) void *list_node_dup(void *value) {
     if (size_of(msg) > k_long_message) {
         VX_LOG(WARN, "msg too long %u\n", size_of(msg));
     }
-    void *copy = malloc(room_of(msg));
+    void *copy = room_for_copy(room_of(msg));
     if (copy != nullptr) {
         copy_message(copy, msg);
     }

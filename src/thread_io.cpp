@@ -53,9 +53,10 @@ constinit usage_gate g_socket_gate;             // open while g_sio's socket may
 constinit thread_local bool own_thread = false;
 constinit thread_local bool runs_the_loop = false;
 
-/// Turns a message into what goes on the wire, in place, and sends it. The header is the caller's host-order
-/// copy.
-void send_datagram(const vx_msg_head_t &head, uint8_t *bytes, vexa_node_t &to) {
+/// Turns a message into what goes on the wire, in place, and sends it. Takes a copy of the header, which in
+/// host order may be the very bytes that are overwritten.
+// cppcheck-suppress passedByValue
+void send_datagram(const vx_msg_head_t head, uint8_t *bytes, vexa_node_t &to) {
     vx_msg_head_store(bytes, &head);
     vexa_node_end_texts(&to);
     // A datagram may always be lost; the socket layer has logged what there is to say.
@@ -143,7 +144,7 @@ struct datagram_t {
 
 /// For a datagram that was cut at the read limit: what did not arrive is zero.
 void keep_cut_status(const datagram_t &d) {
-    vx_msg_buf whole;
+    alignas(k_cache_line) vx_msg_buf whole;
     memset(whole.payload, 0, sizeof whole.payload);
     memcpy(whole.bytes(), d.bytes, VX_MSG_MAX_READ);
     (void)io_pool_rx_put(whole.message());
@@ -363,7 +364,7 @@ void on_write(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
     drain_wakeups(context.pipefd[0]);
     // Behind the last wake-up byte, which may be the farewell's, and before the queue is looked at.
     const bool leaving = g_leaving.load(std::memory_order_acquire);
-    vx_msg_buf msg;
+    alignas(k_cache_line) vx_msg_buf msg;
     int len = 0;
     while (io_pool_tx_get(reinterpret_cast<char *>(&msg), &len) >= 1) {
         send_queued(msg);

@@ -63,14 +63,16 @@ bool payload_accepted(const char *function, const void *msg, int len, int most =
     return true;
 }
 
-bool next_hop_active(const char *function, uint32_t dst) {
-    const uint16_t hop = dst > UINT16_MAX ? static_cast<uint16_t>(PROXY_NODE_ID)
-                                          : nmapping_get_next_hop(static_cast<uint16_t>(dst));
-    if (dst <= UINT16_MAX && nmapping_get_stat(hop) == NODE_STAT_ACTIVED) {
+/// One look at the table tells whether the next hop is active and where it is.
+bool next_hop_active(const char *function, uint32_t dst, vexa_node_t &hop) {
+    const uint16_t hop_id = dst > UINT16_MAX ? static_cast<uint16_t>(PROXY_NODE_ID)
+                                             : nmapping_get_next_hop(static_cast<uint16_t>(dst));
+    (void)nmapping_get(hop_id, &hop); // what is not there is not active
+    if (dst <= UINT16_MAX && hop.stat == NODE_STAT_ACTIVED) {
         return true;
     }
     VX_LOG_AS(function, ERROR, "dst node %u, route by next_hop node_id %u inactived, may be unreachable\n",
-              dst, hop);
+              dst, hop_id);
     return false;
 }
 
@@ -84,7 +86,7 @@ int queue_message(const char *function, uint16_t dst, int kind, const void *msg,
         return -1;
     }
     const gate_pass running{g_running};
-    vx_msg_buf out;
+    alignas(k_cache_line) vx_msg_buf out;
     build(out, dst, kind, msg, len);
     if (!running) { // the queue may be ready while the node starts, but nothing is to be sent then
         return io_pool_tx_refuse(out.message());
@@ -112,32 +114,31 @@ int direct_socket() {
 }
 
 /// Sends a message past queue and I/O thread. Whether the next hop is active is the caller's business.
-void send_now(vx_msg_buf &out) {
-    vexa_node_t hop{};
+void send_now(vx_msg_buf &out, vexa_node_t &hop) {
     const int bytes = out.head.data_length + VX_MSG_HEAD_SIZE;
-    (void)nmapping_get(nmapping_get_next_hop(out.head.dst), &hop); // an unknown node has no address to reach
     vexa_node_end_texts(&hop);
     vx_msg_head_store(out.bytes(), &out.head);
     // A datagram may always be lost; the socket layer has logged what there is to say.
     (void)net_sendto_fd(direct_socket(), out.bytes(), bytes, hop.ip, hop.port);
 }
 
-int write_directly_to_node(int id, int lv1_type, const void *msg_in, int len) {
-    vx_msg_buf out;
+int write_directly_to_node(int id, int lv1_type, const void *msg_in, int len, vexa_node_t &hop) {
+    alignas(k_cache_line) vx_msg_buf out;
     build(out, static_cast<uint16_t>(id), lv1_type, msg_in, len);
-    send_now(out);
+    send_now(out, hop);
     return 0;
 }
 
 int send_directly(const char *function, NodeID id, int kind, const void *msg, int len) {
     const gate_pass running{g_running};
-    if (!next_hop_active(function, id) || !payload_accepted(function, msg, len)) {
+    vexa_node_t hop{};
+    if (!next_hop_active(function, id, hop) || !payload_accepted(function, msg, len)) {
         return -1;
     }
     if (!running) {
         return refuse_not_started(function);
     }
-    return write_directly_to_node(static_cast<int>(id), kind, msg, len);
+    return write_directly_to_node(static_cast<int>(id), kind, msg, len, hop);
 }
 
 } // namespace
@@ -177,7 +178,8 @@ void vx_msg::forget_direct_socket() {
 }
 
 int vxmsg_send_general(uint16_t dst_node, int level1_type, const void *msg, int msg_len) {
-    if (!next_hop_active(__func__, dst_node)) {
+    vexa_node_t hop{};
+    if (!next_hop_active(__func__, dst_node, hop)) {
         return -1;
     }
     return queue_message(__func__, dst_node, level1_type, msg, msg_len);
@@ -231,13 +233,15 @@ int vision_set_hearbeat(const HeartBeatPair *pairs, int len) {
         return refuse_not_started(__func__);
     }
     (void)hbmgr_set_hb(pairs, len); // always 0
-    vx_msg_buf out;
+    alignas(k_cache_line) vx_msg_buf out;
     out.head = head_to(PROXY_NODE_ID, MSTP_OPERATION_ON_HB, len * VX_HB_PAIR_SIZE);
     for (int i = 0; i < len; ++i) {
         uint8_t *pair = out.payload + static_cast<ptrdiff_t>(i) * VX_HB_PAIR_SIZE;
         ut_put_le32(pair, static_cast<uint32_t>(pairs[i].field));
         ut_put_le32(pair + 4, static_cast<uint32_t>(pairs[i].value));
     }
-    send_now(out);
+    vexa_node_t proxy{};
+    (void)nmapping_get(PROXY_NODE_ID, &proxy); // one that is not there has no address to reach
+    send_now(out, proxy);
     return 0;
 }

@@ -137,7 +137,7 @@ int start_threads() {
 /// The queue takes nothing more behind the UNREGISTER. A pipe that cannot be written, or whose reader is
 /// stuck in it, is closed, which wakes the reader just as well.
 void vxmsg_ungregister(deadline_t end) {
-    vx_msg_buf out;
+    alignas(k_cache_line) vx_msg_buf out;
     buid_unregist_msg(out.message());
     io_pool_tx_put_last(out.message());
     thrio_request_leave();

@@ -89,7 +89,8 @@ void ut_loop_break(void) {
 
 void on_read(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
     socket_io_t &sio = *reinterpret_cast<socket_io_t *>(watcher);
-    alignas(8) uint8_t buf[k_most_read]; // a message starts with a header that holds a 32-bit number
+    // A message starts with a header that holds a 32-bit number, and is copied best from a cache line on.
+    alignas(64) uint8_t buf[k_most_read];
     const bool started = ev_is_active(&sio.ev);
     sio.addr_len = sizeof sio.fromAddr;
     for (;;) {
