@@ -97,4 +97,17 @@ if(VEXAMSG_BUILD_TOOLS)
     add_test(NAME DemoScript.EntersTheBenchThatIsKept
         COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo_enter.sh" "${PROJECT_SOURCE_DIR}/scripts/demo")
     set_tests_properties(DemoScript.EntersTheBenchThatIsKept PROPERTIES TIMEOUT 60)
+
+    vexamsg_test(test_soak_traffic SOURCES test_soak_traffic.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_account SOURCES test_soak_account.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_relay SOURCES test_soak_relay.cpp LIBRARIES vexa_soak_relay)
+
+    vexamsg_test(test_soak SOURCES test_soak.cpp LIBRARIES vexa_process TIMEOUT 180)
+    target_compile_definitions(test_soak PRIVATE
+        SOAK_PROGRAM="$<TARGET_FILE:vexa_soak>"
+        SOAK_OTHER_EXPECTATION="$<IF:$<BOOL:${VEXAMSG_RECLAIM_QUEUE_COPIES}>,kept,given-back>")
+    if(NOT VEXAMSG_SANITIZE) # the sanitizers bring an allocator of their own
+        target_compile_definitions(test_soak PRIVATE SOAK_HEAP_WATCHED)
+    endif()
+    add_dependencies(test_soak vexa_soak)
 endif()
