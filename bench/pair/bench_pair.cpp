@@ -8,6 +8,7 @@
 //     "ok" expect 0               no message will come for a while -> "ok" pid                    -> its
 //     process id
 #include "contenders.h"
+#include "pinned.h"
 #include "work.h"
 
 #include <CLI/CLI.hpp>
@@ -15,7 +16,6 @@
 #include <exception>
 #include <fmt/core.h>
 #include <iostream>
-#include <sched.h>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -45,6 +45,10 @@ public:
         }
         if (order == "answer") {
             return answer(words);
+        }
+        if (order == "settle") {
+            answerer_.settle();
+            return "ok";
         }
         if (order == "expect") {
             bool messages = false;
@@ -95,13 +99,6 @@ private:
     std::vector<uint32_t> samples_;
 };
 
-void pin_to(int core) {
-    cpu_set_t cores;
-    CPU_ZERO(&cores);
-    CPU_SET(static_cast<unsigned>(core), &cores);
-    (void)bench::checked(sched_setaffinity(0, sizeof cores, &cores), "sched_setaffinity");
-}
-
 void run(const bench::contender &which, const bench::place &where) {
     pair_side side{which, where};
     std::cout << "ready" << std::endl;
@@ -133,7 +130,7 @@ int main(int argc, char **argv) {
     }
     try {
         if (core >= 0) {
-            pin_to(core);
+            bench::pin_to(core);
         }
         run(*which, where);
     } catch (const std::exception &what) {
