@@ -78,6 +78,8 @@ void append_and_pop() {
     list_pop_head(numbers);
 }
 
+constexpr int k_slow = 50; // calls of what waits a millisecond each
+
 constexpr auto k_counted = std::to_array<counted_call>({
     {"vision_send_msg", [] { (void)vision_send_msg(k_other, buffer.data(), k_payload); }},
     {"vision_send_status", [] { (void)vision_send_status(k_other, buffer.data(), k_payload); }},
@@ -108,10 +110,10 @@ constexpr auto k_counted = std::to_array<counted_call>({
      [] { (void)net_sendto_fd(1, buffer.data(), 1, k_bus_ip, 1); }}, // no socket: the system refuses
     {"list_add_node_tail", append_and_pop},
     {"list_pop_head", append_and_pop},
-    {"send_message_track_status", link_status},
-    {"send_message_track_area_array", link_area},
-    {"send_ifly_command_ack", [] { (void)send_ifly_command_ack(1, 0); }},
-    {"send_ifly_command_cam", [] { (void)send_ifly_command_cam(1, nullptr, 0); }},
+    {"send_message_track_status", link_status, k_slow},
+    {"send_message_track_area_array", link_area, k_slow},
+    {"send_ifly_command_ack", [] { (void)send_ifly_command_ack(1, 0); }, k_slow},
+    {"send_ifly_command_cam", [] { (void)send_ifly_command_cam(1, nullptr, 0); }, k_slow},
 });
 
 /// Statuses of so many types, all told.

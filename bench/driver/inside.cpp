@@ -24,8 +24,7 @@ void measure_inside(const settings &how, report &out) {
     }
     out.heading("Single calls, one core");
     out.paragraph(
-        "With the system calls that belong to them, on one thread. Statuses are asked for by the key that "
-        "was queued last.");
+        "On one thread, nothing is sent. Of several statuses, the one is asked for that was queued last.");
     out.add(filled);
 }
 

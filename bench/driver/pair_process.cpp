@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace bench {
 namespace {
@@ -11,6 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto k_patience = 60s;
+constexpr auto k_rest = 3ms; // enough for a process that strace slows down
 
 clockid_t clock_of(const std::string &pid) {
     clockid_t clock{};
@@ -95,6 +97,17 @@ double pair_process::stream(size_t size_bytes, uint32_t per_second, uint32_t cou
     const double cpu = static_cast<double>(cpu_ns() - before) / count;
     expect(false);
     return cpu;
+}
+
+uint64_t pair_process::dropped_by_queue() {
+    return std::stoull(asking_.told("dropped"));
+}
+
+void pair_process::ask_singly(size_t size_bytes, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        (void)asking_.told(fmt::format("ask {} 1 1", size_bytes));
+        std::this_thread::sleep_for(k_rest);
+    }
 }
 
 percentiles pair_process::summary() {

@@ -68,7 +68,11 @@ public:
     percentiles summary();
     /** Of the messages of streams, where they arrived. */
     percentiles arrivals();
-    [[nodiscard]] const std::string &asking_pid() const { return asking_.pid(); }
+    /** Messages that the asking side's full transmit queue has dropped. */
+    uint64_t dropped_by_queue();
+    /** Round trips one by one, each from rest: the answering side does nothing besides. */
+    void ask_singly(size_t size_bytes, uint32_t count);
+    [[nodiscard]] const std::string &answering_pid() const { return answering_.pid(); }
 
 private:
     [[nodiscard]] int64_t cpu_ns() const { return answering_.cpu_ns() + asking_.cpu_ns(); }

@@ -7,6 +7,8 @@
 namespace bench {
 namespace {
 
+constexpr double k_near = 1.1; // what a short or a disturbed run may make of a goal that is held
+
 std::string row_of(const std::vector<std::string> &cells) {
     std::string text = "|";
     for (const std::string &cell : cells) {
@@ -46,7 +48,7 @@ std::string report::goals() const {
     table all{{"work, on one core", "goal", "measured", ""}};
     for (const goal &g : goals_) {
         all.add({g.work, fmt::format("≤ {:.2f}", g.most), fmt::format("{:.3f}", g.ratio),
-                 g.ratio <= g.most ? "held" : "missed"});
+                 g.ratio <= g.most ? "held" : (g.ratio <= g.most * k_near ? "nearly held" : "missed")});
     }
     return goals_.empty() ? "" : fmt::format("\n## Goals\n\n{}", all.markdown());
 }
@@ -65,6 +67,9 @@ double median(std::vector<double> values) {
 }
 
 std::string microseconds(double ns) {
+    if (ns == 0) {
+        return "—"; // nothing came
+    }
     return fmt::format("{:.{}f}", ns / 1000, ns < 100'000 ? 2 : 0);
 }
 

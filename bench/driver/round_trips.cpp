@@ -34,7 +34,8 @@ constexpr auto k_goals = std::to_array<goal_row>({
 
 std::string against(const measured &one, const std::vector<measured> &all, const char *limit) {
     const measured *to = find(all, limit);
-    return to == nullptr ? "" : fmt::format("{:.3f}", ratio(one, *to));
+    const double found = to == nullptr ? 0 : ratio(one, *to);
+    return found == 0 ? "—" : fmt::format("{:.3f}", found);
 }
 
 void add_table(const std::vector<measured> &all, report &out) {

@@ -32,11 +32,20 @@ uint64_t dropped_at_sockets() {
     return 0;
 }
 
-std::string cause(uint64_t lost, uint64_t dropped) {
-    if (lost == 0) {
-        return "";
-    }
-    return dropped >= lost ? "receiver's socket full" : fmt::format("{} at a full socket", dropped);
+/// Where messages were lost, as far as it is known.
+std::string cause(const std::string &contender, uint64_t lost, uint64_t at_sockets, uint64_t in_queue) {
+    std::string text;
+    const auto add = [&text](uint64_t count, const char *where) {
+        if (count > 0) {
+            text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, where);
+        }
+    };
+    add(std::min(lost, at_sockets), "at a full socket");
+    add(std::min(lost, in_queue), "dropped by the full transmit queue");
+    const uint64_t rest = lost - std::min(lost, at_sockets + in_queue);
+    add(rest,
+        contender == "vision_send_status" ? "replaced by a newer one before they were read" : "not known");
+    return text;
 }
 
 } // namespace
@@ -47,13 +56,15 @@ void measure_streams(const settings &how, report &out) {
         const uint32_t count = pace * static_cast<uint32_t>(how.stream_s);
         table filled{{"contender", "sent", "lost", "cause", "p50 [µs]", "p99 [µs]", "CPU per message [µs]"}};
         for (auto &[contender, pair] : group.pairs()) {
-            const uint64_t before = dropped_at_sockets();
+            const uint64_t at_sockets = dropped_at_sockets();
+            const uint64_t in_queue = pair->dropped_by_queue();
             const double cpu = pair->stream(k_size, pace, count);
             const percentiles arrived = pair->arrivals();
             const uint64_t lost = count - std::min<uint64_t>(count, arrived.samples);
             filled.add({fmt::format("`{}`", contender), std::to_string(count), std::to_string(lost),
-                        cause(lost, dropped_at_sockets() - before), microseconds(arrived.p50_ns),
-                        microseconds(arrived.p99_ns), microseconds(cpu)});
+                        cause(contender, lost, dropped_at_sockets() - at_sockets,
+                              pair->dropped_by_queue() - in_queue),
+                        microseconds(arrived.p50_ns), microseconds(arrived.p99_ns), microseconds(cpu)});
         }
         out.heading(fmt::format("Stream of {} messages/s, {} B, one core", pace, k_size));
         out.paragraph("Time on the way, from the call that sends to the receiver's callback.");

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint32_t k_answers = 1000;
+constexpr uint32_t k_answers = 300;
 constexpr size_t k_size = 64; // [bytes]
 constexpr auto k_contenders = std::to_array<const char *>(
     {"bare-udp", "bare-loop", "vision_send_msg", "bare-queue", "vxmsg_send_general", "vision_brocast_msg"});
@@ -38,14 +38,14 @@ std::map<std::string, double> read_counts(const std::string &path) {
     return counts;
 }
 
-/// Of the asking side, which sends and receives one message per round trip.
+/// Of the answering side, which receives and sends one message per round trip and then comes to rest.
 std::map<std::string, double> count(pair_process &pair, const std::string &path) {
-    child_process strace{{"strace", "-f", "-c", "-o", path, "-p", pair.asking_pid()},
+    child_process strace{{"strace", "-f", "-c", "-o", path, "-p", pair.answering_pid()},
                          {.error_file = path + ".err", .merge_errors = false}};
     while (std::ifstream{path + ".err"}.peek() == std::ifstream::traits_type::eof()) {
         (void)strace.wait_exit(10ms); // until it says that it is attached
     }
-    (void)pair.ask(k_size, 1, k_answers);
+    pair.ask_singly(k_size, k_answers);
     strace.signal(SIGINT);
     (void)strace.wait_exit(5s);
     return read_counts(path);
@@ -54,7 +54,7 @@ std::map<std::string, double> count(pair_process &pair, const std::string &path)
 } // namespace
 
 void count_system_calls(const settings &how, report &out) {
-    table filled{{"contender", "system calls per round trip of its asking side"}};
+    table filled{{"contender", "system calls of one that receives a message and answers it"}};
     int number = 0;
     for (const char *contender : k_contenders) {
         pair_process pair{

@@ -1,14 +1,18 @@
 // One side of a pair: does what it is told line by line on standard input, and answers each line with one.
 //
 //     bench_pair --contender bare-loop --role ask --directory /tmp/x
-//     ask 64 1 1000          1000 round trips of 64 bytes     -> "0 8123 8240.5" lost, median and mean [ns]
-//     stream 64 10000 5000   5000 messages, 10000 a second    -> "5000"
-//     summary                of all samples so far, and then forgets them -> "8123 9100 12000" p50 p99 p99.9
-//     [ns] answer 1               (--role answer) answers every message; 0: takes the time of each instead ->
-//     "ok" expect 0               no message will come for a while -> "ok" pid                    -> its
-//     process id
+//     ask 64 1 1000         1000 round trips of 64 bytes -> "0 8123 8240.5" lost, median and mean [ns]
+//     stream 64 10000 5000  5000 messages, 10000 a second -> "5000"
+//     answer 1              (--role answer) answers every message; 0: takes the time of each instead -> "ok"
+//     settle                waits until no message has come for a while -> "ok"
+//     summary               of all samples so far, which it then forgets -> "1000 8123 9100 12000"
+//                           their number, p50, p99 and p99.9 [ns]
+//     expect 0              no message will come for a while -> "ok"
+//     dropped               -> messages that its full transmit queue has dropped
+//     pid                   -> its process id
 #include "contenders.h"
 #include "pinned.h"
+#include "silent_log.h"
 #include "work.h"
 
 #include <CLI/CLI.hpp>
@@ -45,6 +49,9 @@ public:
         }
         if (order == "answer") {
             return answer(words);
+        }
+        if (order == "dropped") {
+            return std::to_string(bench::dropped_by_queue());
         }
         if (order == "settle") {
             answerer_.settle();
