@@ -55,18 +55,26 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
     vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
+    vexamsg_test(test_message_filter SOURCES test_message_filter.cpp LIBRARIES vexa_message_logic)
+
+    vexamsg_test(test_echo_program SOURCES test_echo_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json PCAP::PCAP)
+    target_compile_definitions(test_echo_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    add_dependencies(test_echo_program vexa)
+
     # Outside of the network of its own that other tests have: inside it every user looks like root, and tshark is
     # to run as an ordinary one.
     find_program(TSHARK_PROGRAM tshark)
     if(TSHARK_PROGRAM)
         vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
-            LIBRARIES vexa_formats vexa_process PCAP::PCAP TIMEOUT 300)
+            LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 300)
         target_compile_definitions(test_dissector PRIVATE
             TSHARK_PROGRAM="${TSHARK_PROGRAM}"
+            DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
             DISSECTOR_GENERATOR="$<TARGET_FILE:vexa_dissector>"
             DISSECTOR_ENGINE="${PROJECT_SOURCE_DIR}/tools/wireshark/engine.lua"
             DISSECTOR_FILE="${PROJECT_SOURCE_DIR}/tools/wireshark/vexamsg.lua")
-        add_dependencies(test_dissector vexa_dissector)
+        add_dependencies(test_dissector vexa vexa_demo vexa_demo_node vexa_dissector)
     else()
         message(STATUS "test_dissector is left out; missing: tshark")
     endif()
