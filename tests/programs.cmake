@@ -45,6 +45,23 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
     vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
+    # Outside of the network of its own that other tests have: inside it every user looks like root, and tshark is
+    # to run as an ordinary one.
+    find_program(TSHARK_PROGRAM tshark)
+    if(TSHARK_PROGRAM)
+        vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
+            LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 300)
+        target_compile_definitions(test_dissector PRIVATE
+            TSHARK_PROGRAM="${TSHARK_PROGRAM}"
+            DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
+            DISSECTOR_GENERATOR="$<TARGET_FILE:vexa_dissector>"
+            DISSECTOR_ENGINE="${PROJECT_SOURCE_DIR}/tools/wireshark/engine.lua"
+            DISSECTOR_FILE="${PROJECT_SOURCE_DIR}/tools/wireshark/vexamsg.lua")
+        add_dependencies(test_dissector vexa vexa_demo vexa_demo_node vexa_dissector)
+    else()
+        message(STATUS "test_dissector is left out; missing: tshark")
+    endif()
+
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp

@@ -39,10 +39,10 @@ bool has(const datagram &from, size_t at, size_t size) {
     return at <= from.bytes.size() && size <= from.bytes.size() - at;
 }
 
-/// The header's field, when it was captured.
+/// The header's field, when it has one of that name and it was captured.
 std::optional<uint64_t> head_number(const datagram &from, const envelope &wire, const char *name) {
     const field *f = find_field(wire.head, name);
-    return has(from, f->offset, element_size(f->type))
+    return f != nullptr && has(from, f->offset, element_size(f->type))
                ? std::optional{read_number(from.bytes, f->offset, f->type)}
                : std::nullopt;
 }
@@ -124,7 +124,9 @@ public:
             say(finding_code::short_head, from_.wire_size, from_.wire_size, wire.head.size);
             return;
         }
-        if (from_.bytes.size() < from_.wire_size) {
+        if (from_.incomplete) {
+            say(finding_code::fragment, from_.bytes.size());
+        } else if (from_.bytes.size() < from_.wire_size) {
             say(finding_code::capture_cut, from_.bytes.size(), from_.bytes.size(), from_.wire_size);
         }
         payload_ = payload_of(from_, wire);
@@ -389,13 +391,16 @@ const envelope *recognise(const datagram &from) {
     return is_node_port(from.dst_port) ? &k_route : nullptr;
 }
 
-decoded decode(const datagram &from) {
+decoded decode_as(const envelope &wire, const datagram &from) {
     decoded read;
-    read.wire = recognise(from);
-    if (read.wire != nullptr) {
-        reader(from, read).run();
-    }
+    read.wire = &wire;
+    reader(from, read).run();
     return read;
+}
+
+decoded decode(const datagram &from) {
+    const envelope *wire = recognise(from);
+    return wire != nullptr ? decode_as(*wire, from) : decoded{};
 }
 
 glance look(const datagram &from) {

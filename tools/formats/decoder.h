@@ -3,9 +3,9 @@
  * Reads any datagram of this system by the tables, and says everything that is wrong with it. Nothing is
  * believed before it was measured against the bytes that are there; nothing here keeps state.
  *
- *     const formats::decoded read = formats::decode({.bytes = bytes, .wire_size = bytes.size(), .dst_port =
- * 9005}); if (const formats::node *dst = read.find("dst")) { use(dst->raw); } for (const formats::finding &f
- * : read.findings) { say(f.text); }
+ *     const formats::decoded read = formats::decode({bytes, bytes.size(), 9005});
+ *     const formats::node *dst = read.find("dst");
+ *     if (dst != nullptr) { use(dst->raw); }
  *
  * @par Threads  Any thread.
  */
@@ -26,6 +26,7 @@ struct datagram {
     std::span<const uint8_t> bytes = {}; /**< that were captured */
     size_t wire_size = 0;                /**< [bytes] that travelled; not less than bytes.size() */
     uint16_t dst_port = 0;               /**< UDP */
+    bool incomplete = false;             /**< IP fragments of it are missing; `bytes` end before the first */
 };
 
 /**
@@ -66,6 +67,9 @@ struct decoded {
 };
 
 decoded decode(const datagram &from);
+
+/** The same where it is known what must come. */
+decoded decode_as(const envelope &wire, const datagram &from);
 
 /** What can be had of a datagram without reading its payload. */
 struct glance {

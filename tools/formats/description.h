@@ -159,11 +159,21 @@ constexpr const field *find_field(const block &in, std::string_view name) {
     return nullptr;
 }
 
-/** Whether the fields follow each other without overlapping, and end where the block does. */
-constexpr bool well_laid(const block &b, bool with_gaps = false) {
+/** Whether no field reaches beyond the block. */
+constexpr bool inside(const block &b) {
+    for (const field &f : b.fields) {
+        if (f.offset + size_of(f) > b.size) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/** Whether the fields follow each other without gap or overlap, and end where the block does. */
+constexpr bool well_laid(const block &b) {
     size_t end = 0;
     for (const field &f : b.fields) {
-        if (f.offset < end || (f.offset > end && !with_gaps)) {
+        if (f.offset != end) {
             return false;
         }
         for (const bit_field &bits : f.bits) {
@@ -173,7 +183,7 @@ constexpr bool well_laid(const block &b, bool with_gaps = false) {
         }
         end = f.offset + size_of(f);
     }
-    return end == b.size || (with_gaps && end <= b.size);
+    return end == b.size;
 }
 
 /** Whether a table's row n is named for value n, for all numbers from 0 on. */

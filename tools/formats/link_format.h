@@ -49,17 +49,17 @@ VXLINK_MESSAGES(MESSAGE)
 #undef ARRAY
 #undef VALUE
 
-// An acknowledgement is a command whose data begin with a status and, behind one byte, a second one.
+// An acknowledgement is a command whose data begin with a status and, behind one byte, a second one. The data
+// are given as a whole too.
 inline constexpr auto k_ack_fields = std::to_array<field>({
     {.name = "command", .type = field_type::u8, .offset = 0, .about = "Command that is answered"},
     {.name = "status", .type = field_type::u8, .offset = 1, .about = "How it went"},
-    {.name = "zero", .type = field_type::u8, .offset = 2},
     {.name = "status1", .type = field_type::u32, .offset = 3, .about = "The rest of the answer"},
-    {.name = "more", .type = field_type::bytes, .offset = 7, .count = VXLINK_MSG_ID_MOVIDUS_COMMAND_LEN - 7},
+    {.name = "data", .type = field_type::bytes, .offset = 1, .count = VXLINK_MSG_ID_MOVIDUS_COMMAND_LEN - 1},
 });
 inline constexpr block k_ack_block{"command_ack", "vexamsg.command_ack", VXLINK_MSG_ID_MOVIDUS_COMMAND_LEN,
                                    k_ack_fields};
-static_assert(well_laid(k_ack_block));
+static_assert(inside(k_ack_block));
 inline constexpr part k_ack_parts[] = {{&k_ack_block}};
 
 inline constexpr auto k_link_data_fields = std::to_array<field>({
