@@ -7,9 +7,10 @@ endif()
 if(NOT VEXAMSG_MSGLOG)
     add_executable(msglog_probe msglog/probe.cpp)
     target_link_libraries(msglog_probe PRIVATE VexaMsg VexaMsg::msglog vexamsg_compile Threads::Threads)
+    vexamsg_runnable(msglog_probe msglog_probe_path)
     vexamsg_test(test_msglog SOURCES test_msglog.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_msglog PRIVATE
-        MSGLOG_PROBE="$<TARGET_FILE:msglog_probe>"
+        MSGLOG_PROBE="${msglog_probe_path}"
         MSGLOG_SOURCE_DIR="${PROJECT_SOURCE_DIR}/msglog"
         MSGLOG_SWAP_DIR="${CMAKE_CURRENT_SOURCE_DIR}/msglog/swap"
         CMAKE_PROGRAM="${CMAKE_COMMAND}"
@@ -18,28 +19,37 @@ if(NOT VEXAMSG_MSGLOG)
 endif()
 
 if(VEXAMSG_BUILD_TOOLS)
+    vexamsg_runnable(vexa vexa_path)
+    vexamsg_runnable(vexa_demo vexa_demo_path)
+    vexamsg_runnable(vexa_demo_node vexa_demo_node_path)
+
     vexamsg_test(test_manager_registry SOURCES test_manager_registry.cpp LIBRARIES vexa_manager_logic)
 
     vexamsg_test(test_manager_program SOURCES test_manager_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json)
     target_compile_definitions(test_manager_program PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>" VEXA_VERSION="${PROJECT_VERSION}")
+        VEXA_PROGRAM="${vexa_path}" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
 
     vexamsg_test(test_demo SOURCES test_demo.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
-        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
-        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+        VEXA_PROGRAM="${vexa_path}"
+        DEMO_PROGRAM="${vexa_demo_path}"
+        DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_demo vexa vexa_demo vexa_demo_node)
 
     vexamsg_test(test_demo_link SOURCES test_demo_link.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo_link PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
-        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
-        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+        VEXA_PROGRAM="${vexa_path}"
+        DEMO_PROGRAM="${vexa_demo_path}"
+        DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
 
+    vexamsg_test(test_manager_killed FAULTS SOURCES test_manager_killed.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 3600)
+    target_compile_definitions(test_manager_killed PRIVATE
+        VEXA_PROGRAM="${vexa_path}" DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
+    add_dependencies(test_manager_killed vexa vexa_demo_node)
     vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
     vexamsg_test(test_heartbeat_frame SOURCES test_heartbeat_frame.cpp LIBRARIES vexa_formats)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
@@ -66,7 +76,7 @@ if(VEXAMSG_BUILD_TOOLS)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json)
-    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="${vexa_path}")
     add_dependencies(test_link_program vexa)
 
     # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
