@@ -118,4 +118,11 @@ if(VEXAMSG_BUILD_TOOLS)
         target_compile_definitions(test_soak PRIVATE SOAK_HEAP_WATCHED)
     endif()
     add_dependencies(test_soak vexa_soak)
+
+    # Goes through all subcommands several times, each look at a help text being a run of the program.
+    vexamsg_test(test_help_program SOURCES test_help_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 180)
+    target_compile_definitions(test_help_program PRIVATE
+        VEXA_PROGRAM="$<TARGET_FILE:vexa>" VEXA_SHARE="${PROJECT_BINARY_DIR}/share")
+    add_dependencies(test_help_program vexa vexa_share)
 endif()
