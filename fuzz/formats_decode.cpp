@@ -24,11 +24,13 @@ void check_node(const formats::node &node, size_t captured) {
 void check_look(const formats::datagram &from, const formats::decoded &read) {
     const formats::glance seen = formats::look(from);
     FUZZ_CHECK(seen.wire == read.wire && formats::recognise(from) == read.wire);
-    const formats::node *src = read.find("src");
-    const formats::node *dst = read.find("dst");
-    if (src != nullptr && dst != nullptr && read.what != nullptr) { // the header is there
-        FUZZ_CHECK(seen.src == src->raw && seen.dst == dst->raw);
+    if (read.what == nullptr || from.bytes.size() < read.wire->head.size) {
+        return; // a header that was captured in part is read as far as it goes, but not looked at
     }
+    const formats::node *src = read.find("src");
+    FUZZ_CHECK(src == nullptr || seen.src == src->raw);
+    const formats::node *dst = read.find("dst");
+    FUZZ_CHECK(dst == nullptr || seen.dst == dst->raw);
 }
 
 void check(const formats::datagram &from) {
