@@ -20,7 +20,7 @@ endif()
 
 if(VEXAMSG_BUILD_TOOLS)
     vexamsg_runnable(vexa vexa_path)
-    vexamsg_runnable(vexa_demo vexa_demo_path)
+    vexamsg_runnable(vexa_demo vexa_demo_path --programs "${VEXAMSG_RUN_DIRECTORY}")
     vexamsg_runnable(vexa_demo_node vexa_demo_node_path)
 
     vexamsg_test(test_manager_registry SOURCES test_manager_registry.cpp LIBRARIES vexa_manager_logic)
@@ -59,11 +59,12 @@ if(VEXAMSG_BUILD_TOOLS)
     # to run as an ordinary one.
     find_program(TSHARK_PROGRAM tshark)
     if(TSHARK_PROGRAM)
+        vexamsg_runnable(vexa_dissector vexa_dissector_path)
         vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
             LIBRARIES vexa_formats vexa_process PCAP::PCAP TIMEOUT 300)
         target_compile_definitions(test_dissector PRIVATE
             TSHARK_PROGRAM="${TSHARK_PROGRAM}"
-            DISSECTOR_GENERATOR="$<TARGET_FILE:vexa_dissector>"
+            DISSECTOR_GENERATOR="${vexa_dissector_path}"
             DISSECTOR_ENGINE="${PROJECT_SOURCE_DIR}/tools/wireshark/engine.lua"
             DISSECTOR_FILE="${PROJECT_SOURCE_DIR}/tools/wireshark/vexamsg.lua")
         add_dependencies(test_dissector vexa_dissector)
@@ -82,7 +83,7 @@ if(VEXAMSG_BUILD_TOOLS)
     foreach(name IN ITEMS send hb explain doctor)
         vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
             LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json)
-        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="${vexa_path}")
         add_dependencies(test_${name}_program vexa)
     endforeach()
 
@@ -91,7 +92,7 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_demo_keep SOURCES test_demo_keep.cpp
         LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json)
     target_compile_definitions(test_demo_keep PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>" DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>")
+        VEXA_PROGRAM="${vexa_path}" DEMO_PROGRAM="${vexa_demo_path}")
     add_dependencies(test_demo_keep vexa vexa_demo vexa_demo_node)
 
     add_test(NAME DemoScript.EntersTheBenchThatIsKept
