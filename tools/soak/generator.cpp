@@ -118,7 +118,7 @@ void generator::tick(clock::time_point now) {
         }
     }
     until_burst_ -= passed;
-    if (until_burst_ <= 0s) {
+    if (until_burst_.count() <= 0) {
         burst();
         until_burst_ = (others_.size() + 1) * k_between_bursts;
     }

@@ -160,7 +160,7 @@ void relay::let_happen(parcel one) {
 
 void relay::schedule(parcel one, const fate &its) {
     const uint16_t port_id = one.port_id;
-    if (its.delay > 0ms) {
+    if (its.delay.count() > 0) {
         count(event::delayed, one);
         delayed_.emplace(clock::now() + its.delay, std::move(one));
         return;
