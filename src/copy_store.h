@@ -61,11 +61,12 @@ private:
     /// All at once where the system can do that (Linux 5.14), which is cheaper than a page fault for each.
     static void ask_for_pages([[maybe_unused]] void *memory) {
 #ifdef MADV_POPULATE_WRITE
-        const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-        const uintptr_t begin = (reinterpret_cast<uintptr_t>(memory) + page - 1) & ~(page - 1);
-        const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + k_piece_size) & ~(page - 1);
-        if (begin < end) { // a page may be as large as a piece
-            (void)madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE);
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        const size_t before =
+            (page - reinterpret_cast<uintptr_t>(memory) % page) % page; // [bytes] to the first
+        if (before < k_piece_size) {                                    // a page may be as large as a piece
+            const size_t whole_pages = (k_piece_size - before) / page * page;
+            (void)madvise(static_cast<char *>(memory) + before, whole_pages, MADV_POPULATE_WRITE);
         }
 #endif
     }
