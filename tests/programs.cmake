@@ -55,6 +55,13 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
     vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
+    vexamsg_test(test_message_filter SOURCES test_message_filter.cpp LIBRARIES vexa_message_logic)
+
+    vexamsg_test(test_echo_program SOURCES test_echo_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json PCAP::PCAP)
+    target_compile_definitions(test_echo_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    add_dependencies(test_echo_program vexa)
+
     # Outside of the network of its own that other tests have: inside it every user looks like root, and tshark is
     # to run as an ordinary one.
     find_program(TSHARK_PROGRAM tshark)
@@ -98,6 +105,19 @@ if(VEXAMSG_BUILD_TOOLS)
     add_test(NAME DemoScript.EntersTheBenchThatIsKept
         COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo_enter.sh" "${PROJECT_SOURCE_DIR}/scripts/demo")
     set_tests_properties(DemoScript.EntersTheBenchThatIsKept PROPERTIES TIMEOUT 60)
+
+    vexamsg_test(test_soak_traffic SOURCES test_soak_traffic.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_account SOURCES test_soak_account.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_relay SOURCES test_soak_relay.cpp LIBRARIES vexa_soak_relay)
+
+    vexamsg_test(test_soak SOURCES test_soak.cpp LIBRARIES vexa_process TIMEOUT 180)
+    target_compile_definitions(test_soak PRIVATE
+        SOAK_PROGRAM="$<TARGET_FILE:vexa_soak>"
+        SOAK_OTHER_EXPECTATION="$<IF:$<BOOL:${VEXAMSG_RECLAIM_QUEUE_COPIES}>,kept,given-back>")
+    if(NOT VEXAMSG_SANITIZE) # the sanitizers bring an allocator of their own
+        target_compile_definitions(test_soak PRIVATE SOAK_HEAP_WATCHED)
+    endif()
+    add_dependencies(test_soak vexa_soak)
 
     # Goes through all subcommands several times, each look at a help text being a run of the program.
     vexamsg_test(test_help_program SOURCES test_help_program.cpp
