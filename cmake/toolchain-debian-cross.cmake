@@ -9,5 +9,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# What a library found there needs itself is there too. A program's own run path (not the newer kind, which does not
+# hold for the libraries of its libraries) lets the emulator find both.
+if(CMAKE_FIND_ROOT_PATH)
+    string(CONCAT CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--disable-new-dtags"
+        ",-rpath-link,${CMAKE_FIND_ROOT_PATH}/usr/lib/${vexamsg_triplet}")
+endif()
+
 # The C library that came with the compiler is the one that the emulated programs see.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${vexamsg_emulator} -L /usr/${vexamsg_triplet})

@@ -51,6 +51,7 @@ private:
             return false;
         }
         ask_for_pages(memory);
+        // cppcheck-suppress unreadVariable; it is read where it is put in the place of the old one
         piece *const fresh = new (memory) piece{sizeof(piece)};
         if (!current_.compare_exchange_strong(full, fresh, std::memory_order_acq_rel)) {
             free(memory);
@@ -61,11 +62,11 @@ private:
     /// All at once where the system can do that (Linux 5.14), which is cheaper than a page fault for each.
     static void ask_for_pages([[maybe_unused]] void *memory) {
 #ifdef MADV_POPULATE_WRITE
-        const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-        const uintptr_t begin = (reinterpret_cast<uintptr_t>(memory) + page - 1) & ~(page - 1);
-        const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + k_piece_size) & ~(page - 1);
-        if (begin < end) { // a page may be as large as a piece
-            (void)madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE);
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        const size_t to_page = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
+        if (to_page + page <= k_piece_size) { // a page may be as large as a piece
+            (void)madvise(static_cast<char *>(memory) + to_page, (k_piece_size - to_page) / page * page,
+                          MADV_POPULATE_WRITE);
         }
 #endif
     }

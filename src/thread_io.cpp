@@ -252,7 +252,7 @@ uint32_t time_within_second() {
 }
 
 /// The socket is read until it is empty, which a peer that never stops sending could put off for ever.
-void leave_despite_flood(socket_io_t *sio) {
+void leave_despite_flood(const socket_io_t *sio) {
     if (sio == &g_sio && g_leaving.load(std::memory_order_relaxed) &&
         g_farewell_reads.fetch_add(1, std::memory_order_relaxed) == k_farewell_reads) {
         thread_io::stop_reading();

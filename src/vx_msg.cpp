@@ -24,6 +24,7 @@
 
 using vx_msg::g_running;
 using vx_msg::k_unit;
+using vx_msg::thread_data; // NOLINT(misc-unused-using-decls): used in the functions below
 using vx_msg::wake_io_thread;
 
 thr_in_data_t vx_msg::thread_data{};

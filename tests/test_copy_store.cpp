@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -65,19 +66,31 @@ TEST(CopyStore, HandsOutNothingTwice) {
 }
 
 TEST(CopyStore, HandsOutNothingTwiceToSeveralThreads) {
+    constexpr uint64_t taken_each = 200'000; // small ones, so that the threads meet often
     copy_store store;
-    std::array<std::vector<place>, k_threads> taken;
+    std::array<std::vector<uint64_t *>, k_threads> taken;
+    std::atomic<int> missing{k_threads};
     std::vector<std::thread> threads;
-    for (int i = 0; i < k_threads; ++i) {
-        threads.emplace_back([&store, &mine = taken[static_cast<size_t>(i)], i] {
-            mine = take_and_fill(store, 500, static_cast<uint8_t>(i + 1));
+    for (uint64_t i = 0; i < k_threads; ++i) {
+        threads.emplace_back([&store, &missing, &mine = taken[i], i] {
+            mine.reserve(taken_each);
+            --missing;
+            while (missing > 0) { // all begin at once
+            }
+            for (uint64_t n = 0; n < taken_each; ++n) {
+                mine.push_back(static_cast<uint64_t *>(store.take(sizeof(uint64_t))));
+                *mine.back() = i * taken_each + n;
+            }
         });
     }
     for (std::thread &thread : threads) {
         thread.join();
     }
+    uint64_t expected = 0;
     for (const auto &mine : taken) {
-        expect_untouched(mine);
+        for (const uint64_t *number : mine) {
+            ASSERT_EQ(*number, expected++);
+        }
     }
 }
 

@@ -77,6 +77,10 @@ struct link_row {
     bytes_t head;
 };
 
+void PrintTo(const link_row &row, std::ostream *to) {
+    *to << row.name;
+}
+
 class LinkLayer : public testing::TestWithParam<link_row> {};
 
 TEST_P(LinkLayer, GivesTheDatagramBehindIt) {
@@ -276,7 +280,7 @@ TEST(Fragments, OfRandomBytesDoNoHarm) {
         for (unsigned i = 0; i < random() % 3; ++i) {
             packet[random() % std::min<size_t>(packet.size(), 40)] = static_cast<uint8_t>(random());
         }
-        a.feed(packet, DLT_RAW, random() % packet.size() / (1 + random() % 20), round * 1'000'000);
+        a.feed(packet, DLT_RAW, random() % packet.size() / (1 + random() % 20), int64_t{round} * 1000000);
     }
     a.finish();
     for (const given &d : a.all()) {

@@ -1,7 +1,6 @@
 // The demo as a user runs it, and what it says when something is missing: a stand-in for one of its programs
 // makes a message vanish or a node die.
 #include "child_process.h"
-#include "emulator.h"
 #include "udp_peer.h"
 #include "wait.h"
 
@@ -49,9 +48,6 @@ protected:
     [[nodiscard]] std::vector<std::string> own_programs() const { return {"--programs", programs_}; }
 
     static finished run(std::vector<std::string> options = {}) {
-        if (emulator::in_use() && options.empty()) { // programs beside the demo do not start by themselves
-            options = {"--programs", std::filesystem::path(DEMO_PROGRAM).parent_path()};
-        }
         options.insert(options.begin(), DEMO_PROGRAM);
         child_process process{options, {.error_file = "", .merge_errors = true}};
         finished result;

@@ -1,6 +1,5 @@
 // The demo's scene on the vision link: what it shows, and what it says when a datagram does not come.
 #include "child_process.h"
-#include "emulator.h"
 
 #include <filesystem>
 #include <fstream>
@@ -40,9 +39,6 @@ protected:
     }
 
     static finished run(std::vector<std::string> options = {}) {
-        if (emulator::in_use() && options.empty()) { // programs beside the demo do not start by themselves
-            options = {"--programs", std::filesystem::path(DEMO_PROGRAM).parent_path()};
-        }
         options.insert(options.begin(), DEMO_PROGRAM);
         child_process process{options, {.error_file = "", .merge_errors = true}};
         finished result;

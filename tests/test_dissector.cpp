@@ -1,5 +1,7 @@
 // The Wireshark dissector in the real tshark, field by field against the decoder of the tools.
+#include "capture.h"
 #include "child_process.h"
+#include "datagrams.h"
 #include "decoder.h"
 #include "show.h"
 #include "tshark.h"
@@ -13,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
+#include <set>
 #include <sstream>
 
 using formats::decoded;
@@ -144,6 +147,40 @@ tshark::datagram whole(const bytes_t &bytes, uint16_t port) {
     return {.src_port = 40000, .dst_port = port, .bytes = bytes, .captured = bytes.size()};
 }
 
+/// Plays the demo in a network of its own while dumpcap listens there.
+void capture_demo(const std::string &path) {
+    const std::string script = R"(
+        ip link set lo up && ip address add 192.168.1.1/24 dev lo || exit 2
+        dumpcap -q -i lo -f udp -w "$1" 2>"$1.log" & listener=$!
+        tries=0
+        until grep -q '^File: ' "$1.log"; do
+            tries=$((tries + 1)); [ $tries -lt 400 ] || exit 3
+            sleep 0.05
+        done
+        "$2" --log "$1.demo" >"$1.table" || { cat "$1.table" "$1.demo"; exit 4; }
+        kill -INT $listener; wait $listener)";
+    child_process demo(
+        tshark::as_ordinary_user({"unshare", "-rn", "sh", "-c", script, "demo", path, DEMO_PROGRAM}));
+    while (const auto line = demo.wait_line(100s)) {
+        ADD_FAILURE() << *line;
+    }
+    ASSERT_EQ(demo.wait_exit(10s), 0);
+}
+
+/// The datagrams in a capture file.
+std::vector<tshark::datagram> datagrams_in(const std::string &path) {
+    std::vector<tshark::datagram> all;
+    vexa::capture file = vexa::capture::file(path);
+    vexa::datagram_assembler assembler;
+    vexa::raw_packet packet;
+    while (file.next(packet) == vexa::capture::outcome::packet) {
+        assembler.feed(packet, [&](const vexa::udp_datagram &d) {
+            all.push_back({d.src.port, d.dst.port, {d.bytes.begin(), d.bytes.end()}, d.bytes.size()});
+        });
+    }
+    return all;
+}
+
 std::string text_of_file(const std::string &path) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
@@ -219,4 +256,22 @@ TEST(Dissector, ShowsTenThousandMutatedPacketsWithoutAnError) {
         all.push_back({.src_port = 40000, .dst_port = each.port, .bytes = bytes, .captured = captured});
     }
     expect_same(all);
+}
+
+TEST(Dissector, ShowsTheDemoAsTheDecoderReadsIt) {
+    const tshark::file place;
+    const std::string path = place.path() + ".demo";
+    capture_demo(path);
+    const std::vector<tshark::datagram> sent = datagrams_in(path);
+    const std::vector<tshark::packet> shown = tshark::dissect(path);
+    ASSERT_EQ(shown.size(), sent.size());
+    std::set<std::string> messages;
+    for (size_t i = 0; i < sent.size() && !HasFailure(); ++i) {
+        expect_same(sent[i], shown[i]);
+        messages.insert(shown[i].message);
+        EXPECT_THAT(shown[i].experts, testing::IsEmpty());
+    }
+    EXPECT_THAT(messages, testing::IsSupersetOf({"register", "unregister", "notify", "status", "message",
+                                                 "heartbeat_set", "track_status", "goal_area", "orbit_status",
+                                                 "orbit_area", "command_ack", "camera_command"}));
 }

@@ -273,7 +273,7 @@ std::vector<fault> faults_of_traffic() {
          healthy,
          [](stage &on) { on.send_to_five(bus::text("this is no message of any kind")); },
          {{"malformed", 5}},
-         "1 datagram from 192.168.1.5:9005 to node 5 at 192.168.1.5:9005: it is no message of the bus",
+         "1 datagram from 192.168.1.5:9005 to node 5 at 192.168.1.5:9005: magic is 0x6874, not 0x5e3a",
          "find who sends"},
         {"AMessageShorterThanItSays",
          k_listen,

@@ -221,8 +221,7 @@ TEST(LinkFaults, SayHowShortADatagramIs) {
 TEST(LinkFaults, AreDatagramsThatAreTooLong) {
     bytes_t bytes = vectors::bytes("link_datagram_command_ack");
     bytes.push_back(0);
-    EXPECT_THAT(decode_link(link_end::flight, bytes).faults,
-                ElementsAre("length says 48 bytes, 49 arrived"));
+    EXPECT_THAT(decode_link(link_end::flight, bytes).faults, ElementsAre("length says 48 bytes, 49 arrived"));
 }
 
 TEST(LinkDecode, SurvivesRandomBytes) {

@@ -305,7 +305,7 @@ TEST(DictModel, FollowsItsModelThroughRandomOperations) {
         purged += pair.purged();
     }
     // The run is worth something only if it came upon these in plenty.
-    EXPECT_GT(growths, 20);
-    EXPECT_GT(purged, 10'000);
+    EXPECT_GT(growths, emulator::rounds(20));
+    EXPECT_GT(purged, emulator::rounds(10'000));
     std::cout << growths << " growths, " << purged << " cleared entries released by lookups" << std::endl;
 }

@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace bench {
 namespace {
@@ -11,20 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto k_patience = 60s;
-
-std::vector<std::string> command(const pair_settings &how, const char *role, int core) {
-    return {how.program,
-            "--contender",
-            how.contender,
-            "--role",
-            role,
-            "--core",
-            std::to_string(core),
-            "--directory",
-            how.directory,
-            "--number",
-            std::to_string(how.number)};
-}
+constexpr auto k_rest = 3ms; // enough for a process that strace slows down
 
 clockid_t clock_of(const std::string &pid) {
     clockid_t clock{};
@@ -34,49 +22,42 @@ clockid_t clock_of(const std::string &pid) {
     return clock;
 }
 
+percentiles read_percentiles(const std::string &said) {
+    std::istringstream words{said};
+    percentiles result{};
+    words >> result.samples >> result.p50_ns >> result.p99_ns >> result.p999_ns;
+    return result;
+}
+
 } // namespace
 
-pair_process::pair_process(const pair_settings &how)
-    : name_(how.contender),
-      answering_(command(how, "answer", how.answering_core)),
-      asking_(command(how, "ask", how.asking_core)) {
-    for (child_process *side : {&answering_, &asking_}) {
-        if (side->wait_line(k_patience) != "ready") {
-            throw std::runtime_error(name_ + " does not start");
-        }
-    }
-    clocks_[0] = clock_of(told(answering_, "pid"));
-    clocks_[1] = clock_of(told(asking_, "pid"));
+std::vector<std::string> pair_command(const pair_settings &how, bool asks) {
+    return {how.program,
+            "--contender",
+            how.contender,
+            "--role",
+            asks ? "ask" : "answer",
+            "--core",
+            std::to_string(asks ? how.asking_core : how.answering_core),
+            "--directory",
+            how.directory,
+            "--number",
+            std::to_string(how.number)};
 }
 
-turn pair_process::ask(size_t size_bytes, uint32_t burst, uint32_t count) {
-    for (child_process *side : {&answering_, &asking_}) {
-        (void)told(*side, "expect 1");
+told_process::told_process(const std::string &name, const std::vector<std::string> &command)
+    : name_(name), process_(command) {
+    if (process_.wait_line(k_patience) != "ready") {
+        throw std::runtime_error(name_ + " does not start");
     }
-    (void)told(answering_, fmt::format("answer {}", burst));
-    const int64_t before = cpu_ns();
-    std::istringstream said{told(asking_, fmt::format("ask {} {} {}", size_bytes, burst, count))};
-    const auto messages = static_cast<double>(count) * (burst + 1);
-    turn result{};
-    said >> result.lost >> result.p50_ns >> result.mean_ns;
-    result.cpu_ns = static_cast<double>(cpu_ns() - before) / messages;
-    for (child_process *side : {&answering_, &asking_}) {
-        (void)told(*side, "expect 0");
-    }
-    return result;
+    pid_ = told("pid");
+    clock_ = clock_of(pid_);
 }
 
-percentiles pair_process::summary() {
-    std::istringstream said{told(asking_, "summary")};
-    percentiles result{};
-    said >> result.samples >> result.p50_ns >> result.p99_ns >> result.p999_ns;
-    return result;
-}
-
-std::string pair_process::told(child_process &side, const std::string &line) {
+std::string told_process::told(const std::string &line) {
     std::optional<std::string> answer;
-    if (side.send_line(line)) {
-        answer = side.wait_line(k_patience);
+    if (process_.send_line(line)) {
+        answer = process_.wait_line(k_patience);
     }
     if (!answer) {
         throw std::runtime_error(name_ + " does not answer '" + line + "'");
@@ -84,14 +65,63 @@ std::string pair_process::told(child_process &side, const std::string &line) {
     return *answer;
 }
 
-int64_t pair_process::cpu_ns() const {
-    int64_t sum = 0;
-    for (const clockid_t clock : clocks_) {
-        timespec used{};
-        (void)clock_gettime(clock, &used); // the processes live
-        sum += used.tv_sec * 1'000'000'000 + used.tv_nsec;
+int64_t told_process::cpu_ns() const {
+    timespec used{};
+    (void)clock_gettime(clock_, &used); // the process lives
+    return used.tv_sec * 1'000'000'000 + used.tv_nsec;
+}
+
+pair_process::pair_process(const pair_settings &how)
+    : answering_(how.contender, pair_command(how, false)), asking_(how.contender, pair_command(how, true)) {
+}
+
+turn pair_process::ask(size_t size_bytes, uint32_t burst, uint32_t count) {
+    expect(true);
+    (void)answering_.told(fmt::format("answer {}", burst));
+    const int64_t before = cpu_ns();
+    std::istringstream said{asking_.told(fmt::format("ask {} {} {}", size_bytes, burst, count))};
+    const auto messages = static_cast<double>(count) * (burst + 1);
+    turn result{};
+    said >> result.lost >> result.p50_ns >> result.mean_ns;
+    result.cpu_ns = static_cast<double>(cpu_ns() - before) / messages;
+    expect(false);
+    return result;
+}
+
+double pair_process::stream(size_t size_bytes, uint32_t per_second, uint32_t count) {
+    expect(true);
+    (void)answering_.told("answer 0");
+    const int64_t before = cpu_ns();
+    (void)asking_.told(fmt::format("stream {} {} {}", size_bytes, per_second, count));
+    (void)answering_.told("settle"); // what is still on its way
+    const double cpu = static_cast<double>(cpu_ns() - before) / count;
+    expect(false);
+    return cpu;
+}
+
+uint64_t pair_process::dropped_by_queue() {
+    return std::stoull(asking_.told("dropped"));
+}
+
+void pair_process::ask_singly(size_t size_bytes, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        (void)asking_.told(fmt::format("ask {} 1 1", size_bytes));
+        std::this_thread::sleep_for(k_rest);
     }
-    return sum;
+}
+
+percentiles pair_process::summary() {
+    return read_percentiles(asking_.told("summary"));
+}
+
+percentiles pair_process::arrivals() {
+    return read_percentiles(answering_.told("summary"));
+}
+
+void pair_process::expect(bool messages) {
+    for (told_process *side : {&answering_, &asking_}) {
+        (void)side->told(fmt::format("expect {:d}", messages));
+    }
 }
 
 } // namespace bench

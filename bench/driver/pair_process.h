@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace bench {
@@ -28,9 +29,10 @@ struct turn {
     double p50_ns;
     double mean_ns;
     double cpu_ns; ///< of both processes, per message
-    uint32_t lost;
+    uint32_t lost; ///< bursts that were never answered
 };
 
+/** Of everything since the last summary. */
 struct percentiles {
     uint64_t samples;
     double p50_ns;
@@ -38,24 +40,49 @@ struct percentiles {
     double p999_ns;
 };
 
+/** A child process that says "ready" and answers each line with a line. */
+class told_process {
+public:
+    /** @throws std::runtime_error when it does not come up */
+    told_process(const std::string &name, const std::vector<std::string> &command);
+    /** @throws std::runtime_error when no answer comes */
+    std::string told(const std::string &line);
+    /** [ns] of CPU time so far. */
+    [[nodiscard]] int64_t cpu_ns() const;
+    [[nodiscard]] const std::string &pid() const { return pid_; }
+
+private:
+    const std::string name_;
+    child_process process_;
+    std::string pid_;
+    clockid_t clock_{};
+};
+
 class pair_process {
 public:
-    /** @throws std::runtime_error when one of the two does not come up */
     explicit pair_process(const pair_settings &how);
 
     turn ask(size_t size_bytes, uint32_t burst, uint32_t count);
-    /** Of everything asked since the last summary. */
+    /** Sends a stream at a fixed pace; returns its CPU time per message [ns]. */
+    double stream(size_t size_bytes, uint32_t per_second, uint32_t count);
     percentiles summary();
+    /** Of the messages of streams, where they arrived. */
+    percentiles arrivals();
+    /** Messages that the asking side's full transmit queue has dropped. */
+    uint64_t dropped_by_queue();
+    /** Round trips one by one, each from rest: the answering side does nothing besides. */
+    void ask_singly(size_t size_bytes, uint32_t count);
+    [[nodiscard]] const std::string &answering_pid() const { return answering_.pid(); }
 
 private:
-    std::string told(child_process &side, const std::string &line);
-    [[nodiscard]] int64_t cpu_ns() const;
+    [[nodiscard]] int64_t cpu_ns() const { return answering_.cpu_ns() + asking_.cpu_ns(); }
+    void expect(bool messages);
 
-    const std::string name_;
-    child_process answering_; // first, so that the asking side finds somebody
-    child_process asking_;
-    clockid_t clocks_[2]{};
+    told_process answering_; // first, so that the asking side finds somebody
+    told_process asking_;
 };
+
+std::vector<std::string> pair_command(const pair_settings &how, bool asks);
 
 } // namespace bench
 

@@ -1,13 +1,18 @@
 // One side of a pair: does what it is told line by line on standard input, and answers each line with one.
 //
 //     bench_pair --contender bare-loop --role ask --directory /tmp/x
-//     ask 64 1 1000          1000 round trips of 64 bytes     -> "0 8123 8240.5" lost, median and mean [ns]
-//     stream 64 10000 5000   5000 messages, 10000 a second    -> "5000"
-//     summary                of all samples so far, and then forgets them -> "8123 9100 12000" p50 p99 p99.9
-//     [ns] answer 1               (--role answer) answers every message; 0: takes the time of each instead ->
-//     "ok" expect 0               no message will come for a while -> "ok" pid                    -> its
-//     process id
+//     ask 64 1 1000         1000 round trips of 64 bytes -> "0 8123 8240.5" lost, median and mean [ns]
+//     stream 64 10000 5000  5000 messages, 10000 a second -> "5000"
+//     answer 1              (--role answer) answers every message; 0: takes the time of each instead -> "ok"
+//     settle                waits until no message has come for a while -> "ok"
+//     summary               of all samples so far, which it then forgets -> "1000 8123 9100 12000"
+//                           their number, p50, p99 and p99.9 [ns]
+//     expect 0              no message will come for a while -> "ok"
+//     dropped               -> messages that its full transmit queue has dropped
+//     pid                   -> its process id
 #include "contenders.h"
+#include "pinned.h"
+#include "silent_log.h"
 #include "work.h"
 
 #include <CLI/CLI.hpp>
@@ -15,7 +20,6 @@
 #include <exception>
 #include <fmt/core.h>
 #include <iostream>
-#include <sched.h>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -45,6 +49,13 @@ public:
         }
         if (order == "answer") {
             return answer(words);
+        }
+        if (order == "dropped") {
+            return std::to_string(bench::dropped_by_queue());
+        }
+        if (order == "settle") {
+            answerer_.settle();
+            return "ok";
         }
         if (order == "expect") {
             bool messages = false;
@@ -95,13 +106,6 @@ private:
     std::vector<uint32_t> samples_;
 };
 
-void pin_to(int core) {
-    cpu_set_t cores;
-    CPU_ZERO(&cores);
-    CPU_SET(static_cast<unsigned>(core), &cores);
-    (void)bench::checked(sched_setaffinity(0, sizeof cores, &cores), "sched_setaffinity");
-}
-
 void run(const bench::contender &which, const bench::place &where) {
     pair_side side{which, where};
     std::cout << "ready" << std::endl;
@@ -133,7 +137,7 @@ int main(int argc, char **argv) {
     }
     try {
         if (core >= 0) {
-            pin_to(core);
+            bench::pin_to(core);
         }
         run(*which, where);
     } catch (const std::exception &what) {

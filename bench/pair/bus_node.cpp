@@ -1,25 +1,17 @@
 // The library's own ways to send. Each pair is two nodes, which need no manager: they are told of each other
 // by a manager's message that they send themselves.
+#include "bus_table.h"
 #include "contenders.h"
-#include "node_mapping.h"
 #include "vision_service_route_funcs.h"
 #include "vx_msg_def.h"
 
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <netinet/in.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace bench {
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr char k_ip[] = "127.0.0.1";
 
 listener *receiver = nullptr; // a process has one node
 
@@ -28,47 +20,15 @@ void on_message(void *payload, MsgExtra *extra) {
                          static_cast<size_t>(extra->len) - VX_MSG_HEAD_SIZE);
 }
 
-std::array<uint8_t, VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE> notice_of(uint16_t own,
-                                                                                         uint16_t other) {
-    std::array<uint8_t, VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE> message{};
-    vx_msg_head_t head =
-        vx_msg_head_make(MSTP_NODE_MGR, VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE, VX_NODE_MANAGER_ID, own);
-    vx_msg_head_store(message.data(), &head);
-    message[2] = 0x80; // accepted: REGISTERs become rare
-    ut_put_le16(message.data() + VX_MSG_HEAD_SIZE, MGR_CMD_NOTIFY);
-    ut_put_le16(message.data() + VX_MSG_HEAD_SIZE + 2, 1);
-    vexa_node_t node{};
-    memcpy(node.ip, k_ip, sizeof k_ip);
-    node.node_id = other;
-    node.port = static_cast<uint16_t>(VX_NODE_PORT_BASE + other);
-    node.stat = NODE_STAT_ACTIVED;
-    vexa_node_store(message.data() + VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE, &node);
-    return message;
-}
-
-void learn(uint16_t own, uint16_t other) {
-    const int fd = checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    to.sin_port = htons(static_cast<uint16_t>(VX_NODE_PORT_BASE + own));
-    const auto notice = notice_of(own, other);
-    while (nmapping_get_stat(other) != NODE_STAT_ACTIVED) { // the node may not be there yet
-        (void)sendto(fd, notice.data(), notice.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
-        std::this_thread::sleep_for(1ms);
-    }
-    (void)close(fd);
-}
-
 class bus_node : public side {
 public:
     bus_node(const place &where, listener &to)
         : own_(id_of(where, where.asks)), other_(id_of(where, !where.asks)) {
         receiver = &to;
-        if (vision_msg_component_init(static_cast<NodeID>(own_), "bench", k_ip, on_message) != 0) {
+        if (vision_msg_component_init(static_cast<NodeID>(own_), "bench", k_bus_ip, on_message) != 0) {
             throw std::runtime_error("the node does not start");
         }
-        learn(own_, other_);
+        learn_nodes(own_, other_, other_);
     }
 
 protected:

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <ctime>
 #include <numeric>
+#include <thread>
 #include <utility>
 
 namespace bench {
@@ -16,6 +17,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto k_patience = 1s;
+constexpr uint32_t k_most_lost = 3;   // of one order, which then is given up
+constexpr auto k_settled = 200ms;     // without a message
 constexpr size_t k_number_offset = 4; // behind the key of a status
 constexpr size_t k_time_offset = 8;
 constexpr int64_t k_second_ns = 1'000'000'000;
@@ -70,10 +73,14 @@ ask_result asker::ask(side &own, const ask_order &order) {
     while (!done_) {
         const uint32_t before = answered_;
         const bool in_time = wake_.wait_for(hold, k_patience, [this] { return done_; });
-        if (!in_time && answered_ == before) { // for a whole second
-            ++result_.lost;
-            send_burst();
+        if (in_time || answered_ != before) {
+            continue;
         }
+        if (++result_.lost == k_most_lost) {
+            number_ += order_.burst; // whatever still comes is no answer any more
+            break;
+        }
+        send_burst();
     }
     return result_;
 }
@@ -118,6 +125,19 @@ void asker::on_message(const uint8_t *payload, size_t /*size_bytes*/) {
 void answerer::answer_every(side &own, uint32_t burst) {
     own_ = &own;
     burst_ = burst;
+}
+
+void answerer::settle() {
+    const auto arrived = [this] {
+        const std::lock_guard hold{lock_};
+        return delays_ns_.size();
+    };
+    for (size_t before = arrived();; before = arrived()) {
+        std::this_thread::sleep_for(k_settled);
+        if (arrived() == before) {
+            return;
+        }
+    }
 }
 
 std::vector<uint32_t> answerer::take_delays() {

@@ -44,7 +44,7 @@ struct ask_order {
 
 struct ask_result {
     std::vector<uint32_t> samples_ns; ///< per burst: from the first send to the answer, divided by the burst
-    uint32_t lost = 0;                ///< bursts that were not answered within a second
+    uint32_t lost = 0; ///< bursts that were not answered within a second; after three the rest is not asked
 };
 
 class asker : public listener {
@@ -60,7 +60,7 @@ private:
     side *own_ = nullptr;
     ask_order order_{};
     message_buffer out_;
-    uint32_t number_ = 0; // of the last message sent
+    std::atomic<uint32_t> number_{0}; // of the last message sent
     int64_t begun_ns_ = 0;
     ask_result result_;
     std::atomic<uint32_t> answered_{0}; // of this order
@@ -73,6 +73,8 @@ class answerer : public listener {
 public:
     /** Answers every message whose number can be divided by this; 0: notes when each one came instead. */
     void answer_every(side &own, uint32_t burst);
+    /** Returns once no message of a stream has come for a fifth of a second. */
+    void settle();
     /** How long each message of a stream was on its way [ns]. Once the stream is over. */
     std::vector<uint32_t> take_delays();
     void on_message(const uint8_t *payload, size_t size_bytes) override;
@@ -80,8 +82,8 @@ public:
 private:
     std::atomic<side *> own_{nullptr};
     std::atomic<uint32_t> burst_{0};
-    std::mutex lock_;
-    std::vector<uint32_t> delays_ns_; // guarded by lock_
+    std::mutex lock_;                 // guards the rest
+    std::vector<uint32_t> delays_ns_; // of a stream
 };
 
 /** The sample below which this share of all samples lies; 0 when there are none. Reorders the samples. */

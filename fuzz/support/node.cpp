@@ -3,6 +3,7 @@
 
 #include "check.h"
 #include "node_mapping.h"
+#include "thread_io_impl.h"
 #include "utils/ut_timer.h"
 
 #include <chrono>
@@ -43,7 +44,7 @@ thr_in_data_t &start_node(uint16_t id, msg_call_back callback) {
     context.msg_cb = callback;
     FUZZ_CHECK(pipe2(context.pipefd, O_NONBLOCK) == 0 && pipe(context.thio2aumsg) == 0);
     thrio_prepare();
-    thrio_stop_registering(); // the worker ends once it has written the own record
+    thrio_stop_registering(deadline_in(std::chrono::seconds(1))); // the worker writes the own record and ends
     ut_timer_set(&first_turn, 0, false, end_loop, nullptr);
     ut_timer_start(&first_turn);
     (void)msg_io_thread(&context); // comes back after the first turn of its loop

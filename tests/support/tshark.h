@@ -38,7 +38,10 @@ public:
 
     void add(const datagram &one);
 
-    /** Its path; nothing can be added any more. */
+    /** Where it is. Its directory is its own, and open to everybody. */
+    [[nodiscard]] const std::string &path() const { return path_; }
+
+    /** The same; nothing can be added any more. */
     const std::string &close();
 
 private:

@@ -24,8 +24,8 @@ namespace vexa {
 
 struct udp_datagram {
     int64_t time_ns = 0; /**< since 1970, UTC; of the packet that completed it */
-    endpoint src;
-    endpoint dst;
+    endpoint src = {};
+    endpoint dst = {};
     size_t wire_size = 0;                /**< [bytes] of payload that travelled; not less than bytes.size() */
     std::span<const uint8_t> bytes = {}; /**< of payload that were captured; valid during the call */
     bool incomplete = false;             /**< fragments are missing; ports are 0 when the first one is */

@@ -83,7 +83,8 @@ int run(int argc, char **argv) {
     CLI::App app{"Plays a whole bus on this machine, which needs 192.168.1.1/24; scripts/demo provides it."};
     app.add_option("--log", how.log_file, "file for the log lines of the nodes")->capture_default_str();
     app.add_option("--programs", how.programs, "directory with the programs of the demo")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->take_last();
     app.add_flag("--verbose", verbose, "the nodes' log lines go to standard error");
     app.add_flag("--keep", keep, "plays nothing; leaves the bus running, with traffic on it, until Ctrl-C");
     CLI11_PARSE(app, argc, argv);

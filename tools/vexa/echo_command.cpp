@@ -31,6 +31,9 @@ void say_losses(const bus_tap &tap) {
 
 int run_echo(const echo_options &options, const message_filter &filter) {
     bus_tap tap(options.tap);
+    if (options.tap.file.empty()) {
+        fmt::print(stderr, "vexa echo: listening on {}\n", options.tap.interface);
+    }
     const echo_output output(options.style, options.fields);
     output.begin();
     uint64_t shown = 0;
@@ -91,7 +94,7 @@ void add_options(CLI::App &command, echo_options &options) {
         .add_option("--fields", options.fields,
                     "fields to show besides, by name, with commas between: dst,node.port; or all")
         ->delimiter(',')
-        ->expected(1);
+        ->allow_extra_args(false);
     CLI::Option *csv = command.add_flag_callback(
         "--csv", [&options] { options.style = echo_style::csv; },
         "a table: a head line, a row for each message, a column for each of --fields");

@@ -76,7 +76,7 @@ void add_destination(CLI::App &command, uint16_t &to) {
         to = *found;
     };
     command.add_option_function<std::string>("--to", take, "destination, or 'broadcast'")
-        ->type_name("NAME|NUMBER|broadcast")
+        ->type_name("NODE|broadcast")
         ->required();
 }
 

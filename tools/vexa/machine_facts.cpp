@@ -21,7 +21,7 @@ constexpr uint32_t k_loopback_net = 127;
 std::optional<uint64_t> read_number(const char *file) {
     std::ifstream in{file};
     uint64_t value = 0;
-    return in >> value ? std::optional{value} : std::nullopt;
+    return (in >> value) ? std::optional{value} : std::nullopt;
 }
 
 uint32_t ip_of(const sockaddr *address) {

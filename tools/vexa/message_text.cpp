@@ -35,21 +35,25 @@ std::string readable(std::span<const uint8_t> bytes) {
                : fmt::format(" \"{}\"", std::string(text.begin(), text.end()));
 }
 
+/// The payload's length, its key by name, the bytes behind it; as text what looks like text. What a message
+/// begins with need not be a key: without a name it is shown with the other bytes.
 std::string user_text(const seen_message &m) {
-    std::string text;
-    const node *key = m.read.find("key");
-    if (key != nullptr) {
-        const std::string name = value_name_of(*key);
-        text = name.empty() ? fmt::format("0x{:04x}", key->raw) : name;
-    }
-    if (const node *data = m.read.find("data")) {
-        text += (text.empty() ? "" : " ") + bytes_text(data->bytes);
-    }
     const node *length = m.read.find("data_length");
-    const size_t begin = m.read.wire->head.size;
-    const size_t size =
-        std::min<size_t>(m.datagram.bytes.size() - begin, length != nullptr ? length->raw : 0);
-    return text + readable(m.datagram.bytes.subspan(begin, size));
+    const size_t stated = length != nullptr ? length->raw : 0;
+    const std::span<const uint8_t> bytes = m.datagram.bytes;
+    std::span<const uint8_t> payload = bytes.subspan(std::min<size_t>(bytes.size(), m.read.wire->head.size));
+    payload = payload.first(std::min(payload.size(), stated));
+    std::string text = fmt::format("{} bytes", stated);
+    const node *key = m.read.find("key");
+    const std::string name = key != nullptr ? value_name_of(*key) : "";
+    const bool is_status = m.read.what->selector == MSTP_USER_DATA_OVER_WRITE;
+    size_t shown = 0;
+    if (key != nullptr && (is_status || !name.empty())) {
+        text += ' ' + (name.empty() ? fmt::format("0x{:04x}", key->raw) : name);
+        shown = key->size;
+    }
+    text += payload.size() > shown ? ' ' + bytes_text(payload.subspan(shown)) : "";
+    return text + readable(payload);
 }
 
 /// The value of one of a block's fields; "?" when it was not captured.

@@ -27,9 +27,9 @@ bool same(std::string_view a, std::string_view b) {
 
 } // namespace
 
-const name_source k_node_names{"node", formats::k_node_ids, "NODE_", UINT16_MAX};
-const name_source k_type_names{"message type", formats::k_msg_types, "MSG_", UINT16_MAX};
-const name_source k_field_names{"heartbeat field", formats::k_heartbeat_fields, "", 72};
+const name_source k_node_names{"node", "NODE", formats::k_node_ids, "NODE_", UINT16_MAX};
+const name_source k_type_names{"message type", "TYPE", formats::k_msg_types, "MSG_", UINT16_MAX};
+const name_source k_field_names{"heartbeat field", "FIELD", formats::k_heartbeat_fields, "", 72};
 
 std::optional<uint16_t> find_value(const name_source &source, const std::string &text) {
     if (const auto value = number(text)) {
@@ -69,7 +69,7 @@ CLI::Option *add_named(CLI::App &command, const std::string &option, uint16_t &v
         }
         value = *found;
     };
-    return command.add_option_function<std::string>(option, take, about)->type_name("NAME|NUMBER");
+    return command.add_option_function<std::string>(option, take, about)->type_name(source.type);
 }
 
 } // namespace vexa

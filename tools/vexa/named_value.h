@@ -21,6 +21,7 @@ namespace vexa {
 /** Where names come from, and what may stand for them. */
 struct name_source {
     const char *what;                 /**< "node" */
+    const char *type;                 /**< in the help, and for the completion: "NODE" */
     const formats::name_table &names; /**< of the formats */
     const char *prefix;               /**< that may be left out: "NODE_" */
     uint16_t largest;                 /**< number */

@@ -46,7 +46,8 @@ node_registry::outcome node_registry::join(const vexa_node_t &node, endpoint fro
 }
 
 node_registry::outcome node_registry::leave(uint16_t node_id) {
-    std::optional<entry> &slot = entries_.at(node_id); // cppcheck-suppress constVariable; its entry is written to
+    // cppcheck-suppress constVariable; its entry is written to
+    std::optional<entry> &slot = entries_.at(node_id);
     if (!slot || !is_active(slot->record)) {
         return {refusal::not_registered, std::nullopt};
     }

@@ -32,7 +32,7 @@ int digit_value(char c) {
 std::vector<uint8_t> read_some(std::istream &in) {
     std::vector<char> room(VX_MSG_MAX_PAYLOAD + 1);
     in.read(room.data(), static_cast<std::streamsize>(room.size()));
-    return {room.begin(), room.begin() + in.gcount()};
+    return std::vector<uint8_t>(room.begin(), room.begin() + in.gcount());
 }
 
 std::vector<uint8_t> read_file(const std::string &name) {

@@ -40,7 +40,8 @@ uint32_t address_of(const std::string &hex) {
 /// "   5: 0501A8C0:232D 00000000:0000 07 tx:rx tr:when retrnsmt uid timeout inode ref pointer drops"
 std::optional<udp_socket> parse_line(const std::string &line) {
     std::istringstream in{line};
-    const std::vector<std::string> words{std::istream_iterator<std::string>{in}, {}};
+    const std::vector<std::string> words(std::istream_iterator<std::string>{in},
+                                         std::istream_iterator<std::string>{});
     if (words.size() < 13) {
         return std::nullopt;
     }
