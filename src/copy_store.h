@@ -51,6 +51,7 @@ private:
             return false;
         }
         ask_for_pages(memory);
+        // cppcheck-suppress unreadVariable; it is read where it is put in the place of the old one
         piece *const fresh = new (memory) piece{sizeof(piece)};
         if (!current_.compare_exchange_strong(full, fresh, std::memory_order_acq_rel)) {
             free(memory);
@@ -62,11 +63,10 @@ private:
     static void ask_for_pages([[maybe_unused]] void *memory) {
 #ifdef MADV_POPULATE_WRITE
         const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        const size_t before =
-            (page - reinterpret_cast<uintptr_t>(memory) % page) % page; // [bytes] to the first
-        if (before < k_piece_size) {                                    // a page may be as large as a piece
-            const size_t whole_pages = (k_piece_size - before) / page * page;
-            (void)madvise(static_cast<char *>(memory) + before, whole_pages, MADV_POPULATE_WRITE);
+        const size_t to_page = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
+        if (to_page + page <= k_piece_size) { // a page may be as large as a piece
+            (void)madvise(static_cast<char *>(memory) + to_page, (k_piece_size - to_page) / page * page,
+                          MADV_POPULATE_WRITE);
         }
 #endif
     }

@@ -5,6 +5,7 @@
 // lists alive while somebody uses them, so that the pool may be released at any moment.
 #include "io_pool.h"
 
+#include "after_fork.h"
 #include "copy_store.h"
 #include "log_throttle.h"
 #include "node_mapping.h"
@@ -18,6 +19,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 
 namespace {
 
@@ -42,6 +44,7 @@ constinit usage_gate rx_gate;   // open while the receive queue and its lock exi
 constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
+constinit std::array<std::atomic<list_t *>, 2> left_to_the_parent{}; // queues that a fork has cut a walk in
 constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
 #ifndef VEXAMSG_SEPARATE_COPIES
 constinit copy_store kept_copies;
@@ -216,6 +219,16 @@ bool append_unless_closed(const vx_msg_head_t *msg) {
     return true;
 }
 
+/// What the parent has queued is the parent's to send.
+void forget_queue(list_t *&queue, vx_mutex &lock, bool lock_made, std::atomic<list_t *> &left) {
+    if (!lock_made || pthread_mutex_trylock(&lock.handle) == 0) {
+        list_release(queue);
+    } else {
+        left.store(queue, std::memory_order_relaxed);
+    }
+    queue = nullptr;
+}
+
 } // namespace
 
 int io_pool_init(pool_msg_match msg_match) {
@@ -331,4 +344,15 @@ int io_pool_tx_get(char *buf, int *len) {
         break;
     }
     return *len;
+}
+
+void io_pool_after_fork() VX_TSA(no_thread_safety_analysis) {
+    forget_queue(ioctx.sock_rxq, ioctx.rxlck, rx_lock_made, left_to_the_parent[0]);
+    forget_queue(ioctx.sock_txq, ioctx.txlck, tx_lock_made, left_to_the_parent[1]);
+    rx_lock_made = false;
+    tx_lock_made = false;
+    inited = false;
+    new (&lifecycle) std::mutex;
+    new (&rx_gate) usage_gate;
+    new (&tx_gate) usage_gate;
 }

@@ -151,7 +151,7 @@ TEST(LinkDecode, SaysWhenAFloatIsNoNumber) {
 
 TEST(LinkFaults, AreAllThatIsWrongAndNameTheValues) {
     EXPECT_THAT(orbit_area_with(2, 9).faults, ElementsAre("version is 9, not 1"));
-    EXPECT_THAT(orbit_area_with(3, 0xC0).faults, ElementsAre("flags are 0xc0, not 0xe0"));
+    EXPECT_THAT(orbit_area_with(3, 0xC0).faults, ElementsAre("flag is 0xc0, not 0xe0"));
     EXPECT_THAT(orbit_area_with(4, 53).faults, ElementsAre("length says 53 bytes, 52 arrived"));
     EXPECT_THAT(orbit_area_with(6, 0x21).faults, ElementsAre("msg_src is 0x0021, not 0x0020"));
     EXPECT_THAT(orbit_area_with(9, 0x18).faults, ElementsAre("msg_dst is 0x1800, not 0x1000"));
@@ -177,7 +177,7 @@ TEST(LinkFaults, AreSaidTogether) {
 
 TEST(LinkFaults, OfTheMagicEndTheReading) {
     const link_datagram read = orbit_area_with(1, 0x57);
-    EXPECT_THAT(read.faults, ElementsAre("magic is 00 57, not 00 56"));
+    EXPECT_THAT(read.faults, ElementsAre("magic is 0x5700, not 0x5600"));
     EXPECT_EQ(read.sequence, std::nullopt);
     EXPECT_TRUE(read.fields.is_null());
 }
@@ -221,9 +221,7 @@ TEST(LinkFaults, SayHowShortADatagramIs) {
 TEST(LinkFaults, AreDatagramsThatAreTooLong) {
     bytes_t bytes = vectors::bytes("link_datagram_command_ack");
     bytes.push_back(0);
-    EXPECT_THAT(decode_link(link_end::flight, bytes).faults,
-                ElementsAre("length says 48 bytes, 49 arrived",
-                            "the payload has 33 bytes, that of command_ack has 32"));
+    EXPECT_THAT(decode_link(link_end::flight, bytes).faults, ElementsAre("length says 48 bytes, 49 arrived"));
 }
 
 TEST(LinkDecode, SurvivesRandomBytes) {

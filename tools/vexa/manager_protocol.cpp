@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
-#include <fmt/core.h>
 #include <optional>
 
 namespace vexa {
@@ -106,11 +105,6 @@ std::optional<refusal> wrong_in_record(vexa_node_t &node, uint16_t sender, mgr_m
 }
 
 } // namespace
-
-std::string to_text(endpoint where) {
-    return fmt::format("{}.{}.{}.{}:{}", where.ip >> 24, (where.ip >> 16) & 0xFF, (where.ip >> 8) & 0xFF,
-                       where.ip & 0xFF, where.port);
-}
 
 const char *name_of(refusal why) {
     return words_of(why).name;

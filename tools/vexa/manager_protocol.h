@@ -10,25 +10,14 @@
 #ifndef VEXA_MANAGER_PROTOCOL_H
 #define VEXA_MANAGER_PROTOCOL_H
 
+#include "endpoint.h"
 #include "vx_msg_def.h"
 
-#include <compare>
 #include <span>
-#include <string>
 #include <variant>
 #include <vector>
 
 namespace vexa {
-
-/** An IPv4 address and a UDP port, both as numbers of the host. */
-struct endpoint {
-    uint32_t ip = 0;
-    uint16_t port = 0;
-    auto operator<=>(const endpoint &) const = default;
-};
-
-/** "192.168.1.5:9005". */
-std::string to_text(endpoint where);
 
 /** Why a datagram was not acted on. */
 enum class refusal {

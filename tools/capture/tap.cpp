@@ -1,0 +1,107 @@
+// The loop of the tools that listen. See tap.h.
+#include "tap.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace vexa {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr int k_packets_a_turn = 1000; // then the signals are looked at again
+constexpr int k_longest_poll_ms = 1000;
+
+int open_signals() {
+    sigset_t asked_to_end;
+    (void)sigemptyset(&asked_to_end);
+    (void)sigaddset(&asked_to_end, SIGINT);
+    (void)sigaddset(&asked_to_end, SIGTERM);
+    if (sigprocmask(SIG_BLOCK, &asked_to_end, nullptr) != 0) {
+        throw std::system_error(errno, std::generic_category(), "sigprocmask");
+    }
+    const int signals = signalfd(-1, &asked_to_end, SFD_CLOEXEC);
+    if (signals < 0) {
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    return signals;
+}
+
+} // namespace
+
+bus_tap::bus_tap(const tap_options &options)
+    : capture_(options.file.empty() ? capture::live(options.interface, options.how)
+                                    : capture::file(options.file)),
+      end_signals_(open_signals()),
+      limited_(options.timeout_s > 0) {
+    const std::chrono::duration<double> limit(options.timeout_s);
+    until_ = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(limit);
+}
+
+bus_tap::~bus_tap() {
+    (void)close(end_signals_); // nothing is written through it
+}
+
+int bus_tap::patience_ms(int idle_ms) const {
+    if (!capture_.is_live()) {
+        return 0;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until_ - steady_clock::now()).count();
+    return limited_ ? static_cast<int>(std::clamp<int64_t>(left, 0, idle_ms)) : idle_ms;
+}
+
+/// Takes what has been captured. False when this has ended the run.
+bool bus_tap::take_waiting(const taker &take, tap_end &why) {
+    bool wanted = true;
+    const auto hand_on = [&](const udp_datagram &datagram) { wanted = wanted && take(datagram); };
+    raw_packet packet;
+    for (int i = 0; i < k_packets_a_turn && wanted; ++i) {
+        const capture::outcome got = capture_.next(packet);
+        if (got == capture::outcome::nothing) {
+            break;
+        }
+        if (got == capture::outcome::end) {
+            assembler_.finish(hand_on);
+            why = wanted ? tap_end::file_ended : tap_end::enough;
+            return false;
+        }
+        assembler_.feed(packet, hand_on);
+    }
+    why = tap_end::enough;
+    return wanted;
+}
+
+tap_end bus_tap::run(const taker &take) {
+    return run(
+        take, [] { return true; }, k_longest_poll_ms);
+}
+
+tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
+    tap_end why = tap_end::enough;
+    for (;;) {
+        std::array<pollfd, 2> both = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
+        if (poll(both.data(), both.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "poll");
+        }
+        if (both[0].revents != 0) {
+            return tap_end::asked;
+        }
+        if (!take_waiting(take, why)) {
+            return why;
+        }
+        if (!idle()) {
+            return tap_end::enough;
+        }
+        if (limited_ && steady_clock::now() >= until_) {
+            return tap_end::timed_out;
+        }
+    }
+}
+
+} // namespace vexa
