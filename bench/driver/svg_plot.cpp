@@ -21,7 +21,7 @@ constexpr double k_bottom = 55;
 constexpr double k_name_height = 15;
 constexpr auto k_colours =
     std::to_array<const char *>({"#1b6ca8", "#d1495b", "#2e933c", "#8f5db7", "#e08e0b", "#5c4d3c", "#00a6a6",
-                                 "#c03a9c", "#6b7280", "#111827"});
+                                 "#c03a9c", "#6b7280", "#111827", "#a3a500", "#ff7f6e"});
 
 /// A logarithmic scale from one end of an axis to the other.
 class scale {
