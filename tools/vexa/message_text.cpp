@@ -43,7 +43,8 @@ std::string user_text(const seen_message &m) {
         text = name.empty() ? fmt::format("0x{:04x}", key->raw) : name;
     }
     if (const node *data = m.read.find("data")) {
-        text += (text.empty() ? "" : " ") + bytes_text(data->bytes);
+        text += text.empty() ? "" : " ";
+        text += bytes_text(data->bytes);
     }
     const node *length = m.read.find("data_length");
     const size_t begin = m.read.wire->head.size;
