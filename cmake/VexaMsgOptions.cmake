@@ -39,3 +39,5 @@ vexamsg_part(VEXAMSG_BUILD_TOOLS "Build the program vexa and the demo"
     CLI11 libcli11-dev fmt libfmt-dev nlohmann_json nlohmann-json3-dev PCAP libpcap-dev)
 vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest "libgtest-dev libgmock-dev")
 option(VEXAMSG_BUILD_EXAMPLES "Build the example programs" ON)
+option(VEXAMSG_BUILD_FUZZERS "Build the fuzz targets (clang; see the preset fuzz)" OFF)
+option(VEXAMSG_BUILD_BENCH "Build the bench (scripts/bench)" OFF)

@@ -77,26 +77,6 @@ void thrio_send_brocast(vx_msg_head_t *msg);
 /** Body of the registration worker; `data` is the thr_in_data_t. */
 void *send_register_req(void *data);
 
-/** Makes a start possible, before the I/O thread is made: not registered, nobody leaving. */
-void thrio_prepare(void);
-
-/** No REGISTER leaves any more once this has returned. */
-void thrio_stop_registering(void);
-
-/** The UNREGISTER has been queued: the I/O thread ends after its next round, whatever became of the message.
- */
-void thrio_request_leave(void);
-
-/** Joins the registration worker, stops the watchers, closes the socket. After the I/O thread has been
- * joined. */
-void thrio_cleanup(thr_in_data_t *context);
-
-/** Whether the caller is one of the library's threads, the callback's among them. */
-bool thrio_is_own_thread(void);
-
-/** Marks the calling thread as one of the library's. */
-void thrio_mark_own_thread(void);
-
 #ifdef __cplusplus
 }
 #endif

@@ -32,7 +32,8 @@
 
 /**
  * The bit fields of one byte, named from bit 0 upwards. A compiler for a big-endian host fills a byte from
- * the top, so the list is turned round there and the byte stays the same.
+ * the top, so the list is turned round there and the byte stays the same. Initialise such a structure by the
+ * names of its members, never by their order.
  */
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
 #define VEXAMSG_BITS3(a, b, c) uint8_t c, b, a

@@ -60,8 +60,9 @@ extern VEXAMSG_API int gn_dbg_route;
  * Starts the node: queues, node table, log, two pipes, the I/O thread (bound to UDP port 9000 + id on every
  * interface), the registration worker and the debug thread. It does not wait for the node manager: until that
  * has accepted the node and sent the table, sends to other nodes are refused; after a restart in the same
- * process the table still knows the other nodes. Children that the process starts inherit the node's sockets
- * and pipes; a forked child that goes on in the same program must not call the library.
+ * process the table still knows the other nodes. Programs that the process runs do not inherit the node's
+ * sockets and pipes. A forked child has no node, however busy its parent's was, and may start one of its own,
+ * under another id; a child that was forked in the callback ends when that callback returns.
  *
  * @param id    the node's id, 1 to 127. Ids above that have no place in the node table
  * @param name  for the table and the log; the first 15 characters are kept. Must not be NULL
@@ -77,11 +78,13 @@ VEXAMSG_API int vision_msg_component_init(NodeID id, const char *name, const cha
 
 /**
  * Leaves the bus and stops everything that init started: tells the node manager, ends and joins all threads,
- * closes pipes and sockets. Takes about 30 ms, and as long as the callback needs for what has
- * arrived already (at most 300 messages). Does nothing when the node is not started; called from the callback
- * it logs an error and does nothing, because it would wait for itself.
- * @par Threads  Any thread but the callback's. Others may be inside any function of this header: it waits for
- * them.
+ * closes pipes and sockets. Takes about 30 ms, and as long as the callback needs for what has arrived already
+ * (at most 300 messages), but no more than a second. If a callback has not returned by then it is left to end
+ * by itself, with an ERROR line: it is the last one, sends in it are refused, and what it uses must live
+ * until it returns. Sends that wait for a network without room are ended. Does nothing when the node is not
+ * started, but finish such a stop as far as it can; called from the callback it logs an error and does
+ * nothing, because it would wait for itself.
+ * @par Threads  Any thread but the callback's. Others may be inside any function of this header.
  */
 VEXAMSG_API void vision_msg_component_deinit(void);
 

@@ -4,6 +4,7 @@
 // table of hb_fields.h says where each field lies and how it is logged; one function writes any field.
 #include "hb_mgr.h"
 
+#include "after_fork.h"
 #include "hb_fields.h"
 #include "log_throttle.h"
 #include "vx_lock.h"
@@ -74,6 +75,14 @@ void hbmgr_set_hb_wire(const uint8_t *pairs, int len) {
     for (int i = 0; i < len; ++i) {
         const uint8_t *pair = pairs + static_cast<ptrdiff_t>(i) * VX_HB_PAIR_SIZE;
         apply(static_cast<int>(ut_get_le32(pair)), static_cast<int>(ut_get_le32(pair + 4)));
+    }
+}
+
+void hbmgr_after_fork() {
+    if (pthread_mutex_trylock(&hb_mutex) == 0) {
+        (void)pthread_mutex_unlock(&hb_mutex);
+    } else {
+        (void)pthread_mutex_init(&hb_mutex, nullptr); // its owner is not in this process
     }
 }
 

@@ -5,6 +5,8 @@
 // lists alive while somebody uses them, so that the pool may be released at any moment.
 #include "io_pool.h"
 
+#include "after_fork.h"
+#include "copy_store.h"
 #include "log_throttle.h"
 #include "node_mapping.h"
 #include "usage_gate.h"
@@ -17,6 +19,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 
 namespace {
 
@@ -41,7 +44,11 @@ constinit usage_gate rx_gate;   // open while the receive queue and its lock exi
 constinit usage_gate tx_gate;   // the same for the transmit queue
 constinit bool rx_lock_made = false;
 constinit bool tx_lock_made = false;
+constinit std::array<std::atomic<list_t *>, 2> left_to_the_parent{}; // queues that a fork has cut a walk in
 constinit std::atomic<bool> tx_closed{false}; // only the last message before the next init may still come in
+#ifndef VEXAMSG_SEPARATE_COPIES
+constinit copy_store kept_copies;
+#endif
 constinit log_now_and_then overwrite_throttle;
 constinit log_now_and_then search_throttle;
 
@@ -71,6 +78,14 @@ void copy_message(void *room, const vx_msg_head_t *msg) {
     memset(static_cast<uint8_t *>(room) + size_of(msg), 0, room_of(msg) - size_of(msg));
 }
 
+void *room_for_copy(size_t size) {
+#ifdef VEXAMSG_SEPARATE_COPIES
+    return malloc(size);
+#else
+    return kept_copies.take(size);
+#endif
+}
+
 /// The copies that this makes are not released unless the build says so: what has been queued stays in
 /// memory.
 __attribute__((noinline)) void *list_node_dup(void *value) {
@@ -78,7 +93,7 @@ __attribute__((noinline)) void *list_node_dup(void *value) {
     if (size_of(msg) > k_long_message) {
         VX_LOG(WARN, "msg too long %u\n", size_of(msg));
     }
-    void *copy = malloc(room_of(msg));
+    void *copy = room_for_copy(room_of(msg));
     if (copy != nullptr) {
         copy_message(copy, msg);
     }
@@ -204,6 +219,16 @@ bool append_unless_closed(const vx_msg_head_t *msg) {
     return true;
 }
 
+/// What the parent has queued is the parent's to send.
+void forget_queue(list_t *&queue, vx_mutex &lock, bool lock_made, std::atomic<list_t *> &left) {
+    if (!lock_made || pthread_mutex_trylock(&lock.handle) == 0) {
+        list_release(queue);
+    } else {
+        left.store(queue, std::memory_order_relaxed);
+    }
+    queue = nullptr;
+}
+
 } // namespace
 
 int io_pool_init(pool_msg_match msg_match) {
@@ -319,4 +344,15 @@ int io_pool_tx_get(char *buf, int *len) {
         break;
     }
     return *len;
+}
+
+void io_pool_after_fork() VX_TSA(no_thread_safety_analysis) {
+    forget_queue(ioctx.sock_rxq, ioctx.rxlck, rx_lock_made, left_to_the_parent[0]);
+    forget_queue(ioctx.sock_txq, ioctx.txlck, tx_lock_made, left_to_the_parent[1]);
+    rx_lock_made = false;
+    tx_lock_made = false;
+    inited = false;
+    new (&lifecycle) std::mutex;
+    new (&rx_gate) usage_gate;
+    new (&tx_gate) usage_gate;
 }

@@ -5,6 +5,7 @@
 // keep a lock alive while somebody is on his way to it, so that a stop may come at any moment.
 #include "node_mapping.h"
 
+#include "after_fork.h"
 #include "usage_gate.h"
 #include "vx_lock.h"
 #include "vx_log.h"
@@ -12,6 +13,7 @@
 #include <array>
 #include <atomic>
 #include <mutex>
+#include <new>
 
 namespace {
 
@@ -182,4 +184,16 @@ void nmapping_valid_item_show(void) {
                    node.stat);
         }
     }
+}
+
+void nmapping_after_fork() {
+    for (usage_gate &gate : g_gates) {
+        new (&gate) usage_gate;
+    }
+    for (node_mt_wapper_t &slot : g_nodes_map) {
+        new (&slot) node_mt_wapper_t{}; // a record may be half written
+    }
+    g_locks_made = 0;
+    inited = false;
+    new (&g_lifecycle) std::mutex;
 }

@@ -26,16 +26,6 @@ public:
         return stop_;
     }
 
-    /** Does something unless a stop was asked for; once request() has returned, nothing is done any more. */
-    template <class Work>
-    bool unless_stopped(Work work) {
-        const mutex_guard hold{lock_};
-        if (!stop_) {
-            work();
-        }
-        return !stop_;
-    }
-
     void request() {
         const mutex_guard hold{lock_};
         stop_ = true;

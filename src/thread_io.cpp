@@ -1,18 +1,19 @@
-// The I/O thread and the registration worker.
+// The I/O thread.
 //
-// The I/O thread owns the node's socket and runs the loop: it receives, calls the application back, and sends
-// what is queued. The registration worker sends on the same socket. Other threads come here only to start and
-// stop, and, on the proxy, through thrio_proc_message's broadcast, for which a gate keeps the socket alive.
-#include "thread_io.h"
+// It owns the node's socket and runs the loop: it receives, calls the application back, and sends what is
+// queued. The registration worker sends on the same socket. Other threads come here only to start and stop,
+// and, on the proxy, through thrio_proc_message's broadcast, for which a gate keeps the socket alive.
+#include "thread_io_impl.h"
 
+#include "after_fork.h"
 #include "hb_mgr.h"
 #include "log_throttle.h"
 #include "node_mapping.h"
 #include "node_mgr_msg_helper.h"
-#include "stop_signal.h"
 #include "usage_gate.h"
-#include "utils/netapi.h"
+#include "utils/netapi_impl.h"
 #include "utils/ut_timer.h"
+#include "vx_fd.h"
 #include "vx_log.h"
 #include "vx_msg_buf.h"
 
@@ -20,43 +21,42 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <new>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+using thread_io::g_sio;
+using thread_io::k_unit;
+
+socket_io_t thread_io::g_sio{};
+
 namespace {
 
-constexpr char k_unit[] = "src/thread_io";
 constexpr char k_rule[] = "___________________________________________________________________\n";
-constexpr int k_first_period_s = 1;     // between REGISTERs until the manager has accepted
-constexpr int k_accepted_period_s = 10; // and from then on
-constexpr int k_register_log_every = 10;
 constexpr int k_table_log_every = 60;
 constexpr double k_end_delay_s = 0.03; // from the UNREGISTER to the end; a tenth of what the log line says
 constexpr int k_farewell_reads = 300;  // datagrams still read while leaving; a socket holds fewer by default
 
-socket_io_t g_sio{}; // filled by the I/O thread before the worker starts
 // Written by the I/O thread at its start, cleared at the end.
 constinit std::atomic<msg_call_back> user_msg_cb{nullptr};
-ut_timer unreg_timer{}; // the I/O thread's, and deinit's after it
-// [s] Written by each start and on acceptance, read by the worker.
-constinit std::atomic<int> gn_node_reg_time{k_first_period_s};
-constinit std::atomic<uint8_t> g_register_sends{0};   // thins out the worker's log; wraps
+ut_timer unreg_timer{};                               // the I/O thread's, and deinit's after it
 constinit std::atomic<uint8_t> g_manager_messages{0}; // thins out the echo of the table; wraps
 constinit std::atomic<uint8_t> g_broadcast_sends{0};  // for the debugger; wraps
 constinit log_now_and_then g_accepted_throttle;
 constinit std::atomic<bool> g_leaving{false};   // set once the UNREGISTER is queued
+constinit std::atomic<bool> g_left{false};      // set once it has been dealt with
+constinit std::atomic<bool> g_cut_off{false};   // set when the stop waits for this thread no longer
 constinit std::atomic<int> g_farewell_reads{0}; // datagrams handled since
 constinit usage_gate g_socket_gate;             // open while g_sio's socket may be used by other threads
-stop_signal g_register_stop;
-pthread_t g_register_worker{};                    // valid while the flag is set
-constinit bool g_register_worker_started = false; // written by the I/O thread, read after it was joined
 constinit thread_local bool own_thread = false;
+constinit thread_local bool runs_the_loop = false;
 
-/// Turns a message into what goes on the wire, in place, and sends it. The header is the caller's host-order
-/// copy.
-void send_datagram(const vx_msg_head_t &head, uint8_t *bytes, vexa_node_t &to) {
+/// Turns a message into what goes on the wire, in place, and sends it. Takes a copy of the header, which in
+/// host order may be the very bytes that are overwritten.
+// cppcheck-suppress passedByValue
+void send_datagram(const vx_msg_head_t head, uint8_t *bytes, vexa_node_t &to) {
     vx_msg_head_store(bytes, &head);
     vexa_node_end_texts(&to);
     // A datagram may always be lost; the socket layer has logged what there is to say.
@@ -104,6 +104,7 @@ void send_unregister(vx_msg_buf &msg) {
     } else {
         log_inactive(manager);
     }
+    g_left.store(true, std::memory_order_relaxed);
     start_end_timer();
 }
 
@@ -143,7 +144,7 @@ struct datagram_t {
 
 /// For a datagram that was cut at the read limit: what did not arrive is zero.
 void keep_cut_status(const datagram_t &d) {
-    vx_msg_buf whole;
+    alignas(k_cache_line) vx_msg_buf whole;
     memset(whole.payload, 0, sizeof whole.payload);
     memcpy(whole.bytes(), d.bytes, VX_MSG_MAX_READ);
     (void)io_pool_rx_put(whole.message());
@@ -163,7 +164,8 @@ void keep_status(const datagram_t &d) {
 }
 
 void call_back(const datagram_t &d) {
-    if (const msg_call_back callback = user_msg_cb.load(std::memory_order_relaxed)) {
+    const msg_call_back callback = user_msg_cb.load(std::memory_order_relaxed);
+    if (callback != nullptr && !g_cut_off.load(std::memory_order_relaxed)) {
         callback(d.payload, &d.extra);
     }
 }
@@ -173,7 +175,7 @@ void accept_registration() {
         VX_LOG_AS("thrio_proc_message", INFO, "receive MSTP_NODE_MGR regist success \n\r");
     }
     nmapping_set_stat(VX_NODE_MANAGER_ID, NODE_STAT_ACTIVED);
-    gn_node_reg_time.store(k_accepted_period_s, std::memory_order_relaxed);
+    thread_io::registration_accepted();
 }
 
 void store_record(const uint8_t *record, bool echo) {
@@ -250,10 +252,10 @@ uint32_t time_within_second() {
 }
 
 /// The socket is read until it is empty, which a peer that never stops sending could put off for ever.
-void leave_despite_flood(socket_io_t *sio) {
-    if (sio != nullptr && g_leaving.load(std::memory_order_relaxed) &&
+void leave_despite_flood(const socket_io_t *sio) {
+    if (sio == &g_sio && g_leaving.load(std::memory_order_relaxed) &&
         g_farewell_reads.fetch_add(1, std::memory_order_relaxed) == k_farewell_reads) {
-        ev_io_stop(sio->loop, &sio->ev);
+        thread_io::stop_reading();
     }
 }
 
@@ -266,7 +268,9 @@ void limit_waiting(const net_sockfd_t &sock) {
 void open_socket(const thr_in_data_t &context) {
     // None of the three is fatal; the socket layer logs why one failed.
     net_sockfd_t sock{};
-    (void)net_udp_client(&sock);
+    if (net_udp_client(&sock) == 0) {
+        keep_from_other_programs(sock.sockfd);
+    }
     (void)net_bind(&sock, nullptr, static_cast<uint16_t>(VX_NODE_PORT_BASE + context.node_id));
     if (net_set_socket_noblock(&sock) == 0) {
         limit_waiting(sock);
@@ -276,59 +280,27 @@ void open_socket(const thr_in_data_t &context) {
     g_sio.proc_msg = thrio_proc_message;
 }
 
-void start_watchers(thr_in_data_t &context) {
-    g_sio.loop = ut_default_loop;
-    context.loop = ut_default_loop;
-    ev_io_init(&g_sio.ev, on_read, g_sio.sockfd, EV_READ);
-    if (g_sio.sockfd >= 0) { // libev ends the process over a descriptor that is none
-        ev_io_start(g_sio.loop, &g_sio.ev);
+/// One try: whoever leaves for a thread that is stuck in the network must not get stuck there too.
+void take_leave() {
+    vx_msg_buf msg;
+    buid_unregist_msg(msg.message());
+    vexa_node_t manager{};
+    (void)nmapping_get(VX_NODE_MANAGER_ID, &manager);
+    if (manager.stat != NODE_STAT_ACTIVED) {
+        return;
     }
-    ev_io_init(&context.ev, on_write, context.pipefd[0], EV_READ);
-    ev_io_start(context.loop, &context.ev);
+    vexa_node_end_texts(&manager);
+    const size_t size = VX_MSG_HEAD_SIZE + static_cast<size_t>(msg.head.data_length);
+    vx_msg_head_store(msg.bytes(), &msg.head);
+    const netapi::ipv4_addr to{manager.ip, manager.port};
+    (void)sendto(g_sio.sockfd, msg.bytes(), size, MSG_DONTWAIT, to.get(), netapi::ipv4_addr::k_size);
 }
 
-void start_register_worker(thr_in_data_t &context) {
-    g_register_worker_started = pthread_create(&g_register_worker, nullptr, send_register_req, &context) == 0;
-    if (!g_register_worker_started) {
-        VX_LOG_AS("msg_io_thread", ERROR, "failed to create thread\n");
-    }
-}
-
-vexa_node_t own_record(const thr_in_data_t &context) {
-    vexa_node_t node{};
-    memcpy(node.name, context.name, sizeof node.name);
-    memcpy(node.ip, context.ip, sizeof node.ip);
-    vexa_node_end_texts(&node);
-    node.node_id = nmapping_self_node_id();
-    node.port = static_cast<uint16_t>(VX_NODE_PORT_BASE + node.node_id);
-    node.stat = NODE_STAT_ACTIVED;
-    return node;
-}
-
-constexpr size_t k_register_size = VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE;
-using register_bytes = std::array<uint8_t, k_register_size>;
-
-register_bytes build_register(const vexa_node_t &own) {
-    register_bytes datagram{};
-    const vx_msg_head_t head = vx_msg_head_make(MSTP_NODE_MGR, VX_MGR_HEAD_SIZE + VX_NODE_RECORD_SIZE,
-                                                own.node_id, VX_NODE_MANAGER_ID);
-    vx_msg_head_store(datagram.data(), &head);
-    uint8_t *payload = datagram.data() + VX_MSG_HEAD_SIZE;
-    ut_put_le16(payload, MGR_CMD_REGISTER);
-    ut_put_le16(payload + 2, 1);
-    vexa_node_store(payload + VX_MGR_HEAD_SIZE, &own);
-    return datagram;
-}
-
-void send_register(const register_bytes &datagram, const vexa_node_t &manager) {
-    if (g_register_sends.fetch_add(1, std::memory_order_relaxed) % k_register_log_every == 0) {
-        VX_LOG_AS("send_register_req", INFO,
-                  "\n\r send_register_req , node_id=%d,mgr_node.ip=%s, mgr_node.port=%d \n\r",
-                  nmapping_self_node_id(), manager.ip, manager.port);
-    }
-    // A lost REGISTER is made up for by the next.
-    (void)net_sendto_fd(g_sio.sockfd, datagram.data(), static_cast<int>(datagram.size()), manager.ip,
-                        manager.port);
+void stop_loop(thr_in_data_t &context) {
+    ut_timer_stop(&unreg_timer);
+    (void)ev_clear_pending(context.loop,
+                           &unreg_timer.ev); // due at the last moment, it would end the next start
+    thread_io::stop_watchers(context);
 }
 
 } // namespace
@@ -338,6 +310,7 @@ static_assert(offsetof(thr_in_data_t, ev) == 0, "on_write takes the watcher's ad
 void *msg_io_thread(void *data) {
     thr_in_data_t &context = *static_cast<thr_in_data_t *>(data);
     thrio_mark_own_thread();
+    runs_the_loop = true;
     open_socket(context);
     user_msg_cb.store(context.msg_cb, std::memory_order_relaxed);
     ut_loop_init();
@@ -345,9 +318,9 @@ void *msg_io_thread(void *data) {
         VX_LOG(ERROR, "no event loop, the node neither sends nor receives\n");
         return nullptr;
     }
-    start_watchers(context);
+    thread_io::start_watchers(context);
     g_socket_gate.open();
-    start_register_worker(context);
+    thread_io::start_register_worker(context);
     ut_loop_run();
     return nullptr;
 }
@@ -391,7 +364,7 @@ void on_write(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
     drain_wakeups(context.pipefd[0]);
     // Behind the last wake-up byte, which may be the farewell's, and before the queue is looked at.
     const bool leaving = g_leaving.load(std::memory_order_acquire);
-    vx_msg_buf msg;
+    alignas(k_cache_line) vx_msg_buf msg;
     int len = 0;
     while (io_pool_tx_get(reinterpret_cast<char *>(&msg), &len) >= 1) {
         send_queued(msg);
@@ -421,54 +394,38 @@ void thrio_send_brocast(vx_msg_head_t *msg) {
     memcpy(bytes, &head, sizeof head);
 }
 
-void *send_register_req(void *data) {
-    thrio_mark_own_thread();
-    const vexa_node_t own = own_record(*static_cast<thr_in_data_t *>(data));
-    const register_bytes datagram = build_register(own);
-    VX_LOG(INFO, "ip %s, port %u\n", own.ip, own.port);
-    (void)nmapping_set(own.node_id, &own); // the own entry is active from here on
-    vexa_node_t manager{};
-    (void)nmapping_get(VX_NODE_MANAGER_ID, &manager); // once: where REGISTERs go never changes
-    vexa_node_end_texts(&manager);
-    for (;;) {
-        // Asked before the send: an answer that is faster than this thread slows down the REGISTER after the
-        // next, not the next.
-        const int period_s = gn_node_reg_time.load(std::memory_order_relaxed);
-        if (!g_register_stop.unless_stopped([&] { send_register(datagram, manager); })) {
-            return nullptr;
-        }
-        (void)g_register_stop.wait_for(period_s);
-    }
-}
-
-void thrio_prepare(void) {
-    gn_node_reg_time.store(k_first_period_s, std::memory_order_relaxed);
+void thrio_prepare() {
     g_leaving.store(false, std::memory_order_relaxed);
+    g_left.store(false, std::memory_order_relaxed);
+    g_cut_off.store(false, std::memory_order_relaxed);
     g_farewell_reads.store(0, std::memory_order_relaxed);
-    g_register_stop.reset();
+    thread_io::prepare_registering();
 }
 
-void thrio_stop_registering(void) {
-    g_register_stop.request();
-}
-
-void thrio_request_leave(void) {
+void thrio_request_leave() {
     g_leaving.store(true, std::memory_order_release);
 }
 
-void thrio_cleanup(thr_in_data_t *context) {
-    if (g_register_worker_started) {
-        (void)pthread_join(g_register_worker, nullptr); // it runs and is not this thread
-        g_register_worker_started = false;
+void thrio_cut_off() {
+    g_cut_off.store(true, std::memory_order_relaxed);
+    const gate_pass pass{g_socket_gate}; // closed: the thread has not come as far as to have a socket
+    if (!pass) {
+        return;
     }
-    g_socket_gate.close();
+    if (!g_left.load(std::memory_order_relaxed)) {
+        take_leave();
+    }
+    // What still waits for room to send is told that there will be none: "again" has no end of its own.
+    (void)shutdown(g_sio.sockfd, SHUT_WR); // says that the socket has no peer, and works all the same
+}
+
+bool thrio_unused_by(deadline_t end) {
+    return thread_io::register_worker_joined_by(end) && g_socket_gate.close_by(end);
+}
+
+void thrio_cleanup(thr_in_data_t *context) {
     if (context->loop != nullptr) {
-        ut_timer_stop(&unreg_timer);
-        (void)ev_clear_pending(context->loop,
-                               &unreg_timer.ev); // due at the last moment, it would end the next start
-        ev_io_stop(g_sio.loop, &g_sio.ev);
-        ev_io_stop(context->loop, &context->ev);
-        context->loop = nullptr;
+        stop_loop(*context);
     }
     user_msg_cb.store(nullptr, std::memory_order_relaxed);
     net_sockfd_t sock{};
@@ -479,10 +436,30 @@ void thrio_cleanup(thr_in_data_t *context) {
     g_sio.sockfd = -1;
 }
 
-bool thrio_is_own_thread(void) {
+bool thrio_is_own_thread() {
     return own_thread;
 }
 
-void thrio_mark_own_thread(void) {
+void thrio_mark_own_thread() {
     own_thread = true;
+}
+
+bool thread_io::join_by(pthread_t thread, bool &started, deadline_t end) {
+    if (started && true_by(end, [thread] { return pthread_tryjoin_np(thread, nullptr) == 0; })) {
+        started = false;
+    }
+    return !started;
+}
+
+/// A child that was forked inside the callback has the loop beneath it, as it is. It ends with the callback.
+void thrio_after_fork(thr_in_data_t &context) {
+    if (runs_the_loop && context.loop != nullptr) {
+        stop_loop(context);
+    }
+    context.loop = nullptr;
+    unreg_timer = {};
+    thread_io::forget_watchers();
+    thread_io::forget_register_worker();
+    new (&g_socket_gate) usage_gate;
+    thrio_cleanup(&context);
 }

@@ -8,6 +8,8 @@
 #ifndef USAGE_GATE_H
 #define USAGE_GATE_H
 
+#include "deadline.h"
+
 #include <atomic>
 #include <cstdint>
 
@@ -34,6 +36,9 @@ public:
 
     void open() { state_.fetch_or(k_open, std::memory_order_release); }
 
+    /** Turns newcomers away. */
+    void shut() { state_.fetch_and(~k_open, std::memory_order_relaxed); }
+
     /** Turns newcomers away, then waits until nobody is inside. Never called by a user who is inside. */
     void close() {
         uint32_t seen = state_.fetch_and(~k_open, std::memory_order_acq_rel) & ~k_open;
@@ -41,6 +46,12 @@ public:
             state_.wait(seen, std::memory_order_acquire);
             seen = state_.load(std::memory_order_acquire);
         }
+    }
+
+    /** The same with an end to the waiting. False when somebody is still inside then. */
+    bool close_by(deadline_t end) {
+        shut();
+        return true_by(end, [this] { return state_.load(std::memory_order_acquire) == 0; });
     }
 
 private:

@@ -5,6 +5,8 @@
 // the others wait for the outcome.
 #include "vision_protocol.h"
 
+#include "after_fork.h"
+#include "vx_fd.h"
 #include "vx_log.h"
 
 #include <arpa/inet.h>
@@ -48,6 +50,9 @@ constinit std::atomic<uint32_t> id{0};              // calls of vision_test_send
 int make_socket() {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     const int why = errno;
+    if (fd >= 0) {
+        keep_from_other_programs(fd);
+    }
     SockfdSend.store(fd < 0 ? k_no_socket : fd, std::memory_order_release);
     SockfdSend.notify_all();
     if (fd < 0) {
@@ -266,4 +271,10 @@ int send_ifly_command_cam(unsigned char cmd, unsigned char *pData, uint16_t leng
     vxlink_message_head_t frame{};
     (void)vxlink_msg_movidus_command_pack(DEV_CAMERA, DEV_MOVIDIUS_1, &frame, cmd, block.data());
     return send_general_message_cam(k_type_command, &frame);
+}
+
+/// The socket is not bound, so parent and child may share it.
+void vision_msg_after_fork() {
+    int in_the_making = k_socket_in_the_making;
+    (void)SockfdSend.compare_exchange_strong(in_the_making, k_no_socket, std::memory_order_relaxed);
 }

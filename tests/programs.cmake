@@ -7,9 +7,10 @@ endif()
 if(NOT VEXAMSG_MSGLOG)
     add_executable(msglog_probe msglog/probe.cpp)
     target_link_libraries(msglog_probe PRIVATE VexaMsg VexaMsg::msglog vexamsg_compile Threads::Threads)
+    vexamsg_runnable(msglog_probe msglog_probe_path)
     vexamsg_test(test_msglog SOURCES test_msglog.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_msglog PRIVATE
-        MSGLOG_PROBE="$<TARGET_FILE:msglog_probe>"
+        MSGLOG_PROBE="${msglog_probe_path}"
         MSGLOG_SOURCE_DIR="${PROJECT_SOURCE_DIR}/msglog"
         MSGLOG_SWAP_DIR="${CMAKE_CURRENT_SOURCE_DIR}/msglog/swap"
         CMAKE_PROGRAM="${CMAKE_COMMAND}"
@@ -18,28 +19,37 @@ if(NOT VEXAMSG_MSGLOG)
 endif()
 
 if(VEXAMSG_BUILD_TOOLS)
+    vexamsg_runnable(vexa vexa_path)
+    vexamsg_runnable(vexa_demo vexa_demo_path --programs "${VEXAMSG_RUN_DIRECTORY}")
+    vexamsg_runnable(vexa_demo_node vexa_demo_node_path)
+
     vexamsg_test(test_manager_registry SOURCES test_manager_registry.cpp LIBRARIES vexa_manager_logic)
 
     vexamsg_test(test_manager_program SOURCES test_manager_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json)
     target_compile_definitions(test_manager_program PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>" VEXA_VERSION="${PROJECT_VERSION}")
+        VEXA_PROGRAM="${vexa_path}" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
 
     vexamsg_test(test_demo SOURCES test_demo.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
-        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
-        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+        VEXA_PROGRAM="${vexa_path}"
+        DEMO_PROGRAM="${vexa_demo_path}"
+        DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_demo vexa vexa_demo vexa_demo_node)
 
     vexamsg_test(test_demo_link SOURCES test_demo_link.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo_link PRIVATE
-        VEXA_PROGRAM="$<TARGET_FILE:vexa>"
-        DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
-        DEMO_NODE_PROGRAM="$<TARGET_FILE:vexa_demo_node>")
+        VEXA_PROGRAM="${vexa_path}"
+        DEMO_PROGRAM="${vexa_demo_path}"
+        DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_demo_link vexa vexa_demo vexa_demo_node)
 
+    vexamsg_test(test_manager_killed FAULTS SOURCES test_manager_killed.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 3600)
+    target_compile_definitions(test_manager_killed PRIVATE
+        VEXA_PROGRAM="${vexa_path}" DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
+    add_dependencies(test_manager_killed vexa vexa_demo_node)
     vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
     vexamsg_test(test_heartbeat_frame SOURCES test_heartbeat_frame.cpp LIBRARIES vexa_formats)
     vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
@@ -49,19 +59,20 @@ if(VEXAMSG_BUILD_TOOLS)
 
     vexamsg_test(test_echo_program SOURCES test_echo_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json PCAP::PCAP)
-    target_compile_definitions(test_echo_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    target_compile_definitions(test_echo_program PRIVATE VEXA_PROGRAM="${vexa_path}")
     add_dependencies(test_echo_program vexa)
 
     # Outside of the network of its own that other tests have: inside it every user looks like root, and tshark is
     # to run as an ordinary one.
     find_program(TSHARK_PROGRAM tshark)
     if(TSHARK_PROGRAM)
+        vexamsg_runnable(vexa_dissector vexa_dissector_path)
         vexamsg_test(test_dissector OUTSIDE SOURCES test_dissector.cpp support/tshark.cpp
             LIBRARIES vexa_formats vexa_capture vexa_process PCAP::PCAP TIMEOUT 600)
         target_compile_definitions(test_dissector PRIVATE
             TSHARK_PROGRAM="${TSHARK_PROGRAM}"
-            DEMO_PROGRAM="$<TARGET_FILE:vexa_demo>"
-            DISSECTOR_GENERATOR="$<TARGET_FILE:vexa_dissector>"
+            DEMO_PROGRAM="${vexa_demo_path}"
+            DISSECTOR_GENERATOR="${vexa_dissector_path}"
             DISSECTOR_ENGINE="${PROJECT_SOURCE_DIR}/tools/wireshark/engine.lua"
             DISSECTOR_FILE="${PROJECT_SOURCE_DIR}/tools/wireshark/vexamsg.lua")
         add_dependencies(test_dissector vexa vexa_demo vexa_demo_node vexa_dissector)
@@ -73,6 +84,48 @@ if(VEXAMSG_BUILD_TOOLS)
 
     vexamsg_test(test_link_program SOURCES test_link_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json)
-    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="$<TARGET_FILE:vexa>")
+    target_compile_definitions(test_link_program PRIVATE VEXA_PROGRAM="${vexa_path}")
     add_dependencies(test_link_program vexa)
+
+    # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
+    foreach(name IN ITEMS send hb explain doctor)
+        vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
+            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json)
+        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="${vexa_path}")
+        add_dependencies(test_${name}_program vexa)
+    endforeach()
+
+    vexamsg_test(test_udp_sockets SOURCES test_udp_sockets.cpp LIBRARIES vexa_machine_logic)
+
+    vexamsg_test(test_demo_keep SOURCES test_demo_keep.cpp
+        LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json)
+    target_compile_definitions(test_demo_keep PRIVATE
+        VEXA_PROGRAM="${vexa_path}" DEMO_PROGRAM="${vexa_demo_path}")
+    add_dependencies(test_demo_keep vexa vexa_demo vexa_demo_node)
+
+    add_test(NAME DemoScript.EntersTheBenchThatIsKept
+        COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo_enter.sh" "${PROJECT_SOURCE_DIR}/scripts/demo")
+    set_tests_properties(DemoScript.EntersTheBenchThatIsKept PROPERTIES TIMEOUT 60)
+
+    vexamsg_test(test_soak_traffic SOURCES test_soak_traffic.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_account SOURCES test_soak_account.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_relay SOURCES test_soak_relay.cpp LIBRARIES vexa_soak_relay)
+
+    vexamsg_runnable(vexa_soak_node vexa_soak_node_path) # found beside the next
+    vexamsg_runnable(vexa_soak vexa_soak_path --programs "${VEXAMSG_RUN_DIRECTORY}")
+    vexamsg_test(test_soak SOURCES test_soak.cpp LIBRARIES vexa_process TIMEOUT 180)
+    target_compile_definitions(test_soak PRIVATE
+        SOAK_PROGRAM="${vexa_soak_path}"
+        SOAK_OTHER_EXPECTATION="$<IF:$<BOOL:${VEXAMSG_RECLAIM_QUEUE_COPIES}>,kept,given-back>")
+    if(NOT VEXAMSG_SANITIZE) # the sanitizers bring an allocator of their own
+        target_compile_definitions(test_soak PRIVATE SOAK_HEAP_WATCHED)
+    endif()
+    add_dependencies(test_soak vexa_soak)
+
+    # Goes through all subcommands several times, each look at a help text being a run of the program.
+    vexamsg_test(test_help_program SOURCES test_help_program.cpp
+        LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 180)
+    target_compile_definitions(test_help_program PRIVATE
+        VEXA_PROGRAM="${vexa_path}" VEXA_SHARE="${PROJECT_BINARY_DIR}/share")
+    add_dependencies(test_help_program vexa vexa_share)
 endif()

@@ -93,8 +93,9 @@ int c_heartbeat_is_used(void) {
 }
 
 int c_headers_are_read_and_written(void) {
-    const vx_msg_head_t head = {VX_MSG_MAGIC,     {1, 2, 16}, MSTP_NODE_MGR, 0x1234, NODE_VIO,
-                                VX_MSG_BROADCAST, 7,          0x89ABCDEF};
+    const vx_flag_s flag = {.ack = 1, .qos = 2, .reserved = 16};
+    const vx_msg_head_t head = {VX_MSG_MAGIC,     flag, MSTP_NODE_MGR, 0x1234, NODE_VIO,
+                                VX_MSG_BROADCAST, 7,    0x89ABCDEF};
     const uint8_t image[] = {0x3A, 0x5E, 0x85, 0x02, 0x34, 0x12, 0x03, 0x00,
                              0x00, 0xFF, 0x07, 0x00, 0xEF, 0xCD, 0xAB, 0x89};
     uint8_t bytes[VX_MSG_HEAD_SIZE];

@@ -1,5 +1,6 @@
 // The stand-in log library, seen from the program that uses it: a process of its own writes, the test reads.
 #include "child_process.h"
+#include "emulator.h"
 #include "log_capture.h"
 #include "node_mapping.h"
 #include "vision_log.h"
@@ -217,7 +218,7 @@ TEST_F(MsglogSwap, TheLibraryThatIsNamedTakesTheStandInsPlace) {
     const finished configured = configure(library);
     ASSERT_EQ(configured.status, 0) << testing::PrintToString(configured.lines);
     ASSERT_EQ(run({CMAKE_PROGRAM, "--build", directory()}).status, 0);
-    const finished spoken = run({directory() + "/speaker"});
+    const finished spoken = run(emulator::started({directory() + "/speaker"}));
     EXPECT_EQ(spoken.status, 0);
     EXPECT_THAT(spoken.lines,
                 testing::ElementsAre("other library for speaker", "[2|2|src/speaker|main|7] 3 apples"));

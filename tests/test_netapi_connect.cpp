@@ -1,4 +1,5 @@
 // Connections, and the sockets that are made in several steps: servers and clients.
+#include "emulator.h"
 #include "netapi_fixture.h"
 
 #include <netinet/tcp.h>
@@ -192,10 +193,15 @@ TEST_F(NetapiConnect, ATcpClientThatFailsLeavesNothing) {
     expect_nothing_left();
 }
 
-TEST_F(NetapiConnect, ATcpServerListensWithABacklogOfFive) {
+TEST_F(NetapiConnect, ATcpServerListensAtItsAddress) {
     ASSERT_EQ(net_tcp_server(&sock, k_loopback, 0, 0), 0);
     EXPECT_EQ(ip_of(own_address(sock.sockfd)), k_loopback);
     EXPECT_EQ(int_option(sock.sockfd, SOL_SOCKET, SO_REUSEADDR), 1);
+}
+
+TEST_F(NetapiConnect, ATcpServersBacklogIsFive) {
+    SKIP_IN_EMULATOR("qemu-user passes four bytes of the kernel's TCP_INFO");
+    ASSERT_EQ(net_tcp_server(&sock, k_loopback, 0, 0), 0);
     tcp_info info{};
     socklen_t len = sizeof info;
     ASSERT_EQ(getsockopt(sock.sockfd, IPPROTO_TCP, TCP_INFO, &info, &len), 0);

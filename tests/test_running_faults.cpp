@@ -78,6 +78,7 @@ TEST(WakeUp, ThatCannotBeWrittenFailsTheSendButKeepsTheMessage) {
              row{"vision_brocast_msg", [] { return vision_brocast_msg("m", 1); },
                  message({1, 9, 3}, text("m"))},
          }) {
+        ASSERT_TRUE(node.settle()); // or it may still be looking into the queue
         faults::fail(call::write, EAGAIN, 1);
         EXPECT_EQ(r.send(), -1) << r.function;
         EXPECT_LOGGED(ERROR, k_unit, r.function, k_no_wake_up, k_no_wake_up);

@@ -356,6 +356,10 @@ TEST(Unregister, IsNotSentToAnInactiveManagerButTheNodeEnds) {
 TEST(EndOfSession, DoesNotBeginAnewWithASecondManagerMessage) {
     node_under_test node{9};
     ASSERT_TRUE(node.join({}));
+    ASSERT_TRUE(node.hold()); // so that the thread finds two of them at once
+    ASSERT_EQ(vxmsg_send_general(0, 2, "x", 1), 0);
+    ASSERT_EQ(vxmsg_send_general(0, 2, "x", 1), 0);
+    node_under_test::let_go();
     // While these go on the timer would never expire if each set it up anew.
     const auto give_up = steady::now() + bus::k_patience;
     while (logs::count(k_end_line) == 0 && steady::now() < give_up) {

@@ -54,6 +54,27 @@ TEST(UsageGate, ClosingWaitsForTheLastUser) {
     EXPECT_TRUE(closed);
 }
 
+TEST(UsageGate, ShutTurnsNewcomersAwayAndWaitsForNobody) {
+    usage_gate gate;
+    gate.open();
+    ASSERT_TRUE(gate.enter());
+    gate.shut();
+    EXPECT_FALSE(gate_pass{gate});
+    gate.leave();
+}
+
+TEST(UsageGate, ClosingWithADeadlineGivesUpAndMayBeAskedAgain) {
+    usage_gate gate;
+    gate.open();
+    ASSERT_TRUE(gate.enter());
+    const deadline_t end = deadline_in(std::chrono::milliseconds(5));
+    EXPECT_FALSE(gate.close_by(end));
+    EXPECT_GE(std::chrono::steady_clock::now(), end);
+    EXPECT_FALSE(gate_pass{gate}) << "it is closed all the same";
+    gate.leave();
+    EXPECT_TRUE(gate.close_by(end)) << "asks once though the time is over";
+}
+
 TEST(UsageGate, NobodyIsInsideAClosedGateWhileManyPass) {
     usage_gate gate;
     std::atomic<int> inside{0};

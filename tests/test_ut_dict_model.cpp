@@ -3,6 +3,7 @@
 #include "utils/ut_dict.h"
 
 #include "dict_model.h"
+#include "emulator.h"
 #include "seed.h"
 
 #include <array>
@@ -23,7 +24,7 @@ using dict_model::searcher;
 
 namespace {
 
-constexpr int k_operations = 1'000'000;
+constexpr int k_operations = emulator::rounds(1'000'000);
 constexpr int k_operations_per_dictionary = 25'000;
 constexpr int k_most_keys = 4000;
 constexpr int k_values = 100;
@@ -286,7 +287,7 @@ private:
 
 } // namespace
 
-TEST(DictModel, FollowsItsModelThroughAMillionRandomOperations) {
+TEST(DictModel, FollowsItsModelThroughRandomOperations) {
     std::mt19937_64 seeds{test_seed()};
     long growths = 0;
     long purged = 0;
@@ -304,7 +305,7 @@ TEST(DictModel, FollowsItsModelThroughAMillionRandomOperations) {
         purged += pair.purged();
     }
     // The run is worth something only if it came upon these in plenty.
-    EXPECT_GT(growths, 20);
-    EXPECT_GT(purged, 10'000);
+    EXPECT_GT(growths, emulator::rounds(20));
+    EXPECT_GT(purged, emulator::rounds(10'000));
     std::cout << growths << " growths, " << purged << " cleared entries released by lookups" << std::endl;
 }

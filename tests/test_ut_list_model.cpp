@@ -2,6 +2,7 @@
 // calls.
 #include "utils/ut_list.h"
 
+#include "emulator.h"
 #include "seed.h"
 
 #include <cstdint>
@@ -14,7 +15,7 @@
 
 namespace {
 
-constexpr int k_operations = 300'000;
+constexpr int k_operations = emulator::rounds(300'000);
 constexpr int k_operations_per_list = 3'000;
 constexpr size_t k_most_values = 60; // beyond that nothing is added; long lists would only make it slow
 

@@ -31,6 +31,7 @@ extern "C" {
  */
 __attribute__((weak, visibility("hidden"))) vxlink_status_t *vxlink_get_channel_status(uint8_t chan);
 
+/* NOLINTNEXTLINE(misc-definitions-in-headers): weak, so one copy is left of them all */
 __attribute__((weak, visibility("hidden"))) vxlink_status_t *vxlink_get_channel_status(uint8_t chan) {
     static vxlink_status_t channels[VXLINK_CHANNEL_COUNT];
     return chan < VXLINK_CHANNEL_COUNT ? &channels[chan] : NULL;

@@ -4,6 +4,7 @@
 // pthread_exit, so nothing between ut_loop_run and a handler is noexcept or holds anything.
 #include "utils/ut_evt.h"
 
+#include "after_fork.h"
 #include "vx_log.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ constexpr size_t k_path_size = 4096;     // [bytes] the program's path with its 
 constexpr char k_nameless[] = "vexamsg"; // syslog identity when the program's path cannot be read
 
 constinit std::atomic<int> initialized{0}; // 1: the loop is there; written by ut_loop_init
+constinit std::atomic<struct ev_loop *> left_to_the_parent{nullptr}; // its thread may have been changing it
 constinit std::atomic<int> running{0}; // 1: ut_loop_run entered the loop and nobody asked for its end since
 
 static_assert(offsetof(socket_io_t, ev) == 0, "the watcher's address is taken for the record's");
@@ -87,7 +89,8 @@ void ut_loop_break(void) {
 
 void on_read(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
     socket_io_t &sio = *reinterpret_cast<socket_io_t *>(watcher);
-    alignas(8) uint8_t buf[k_most_read]; // a message starts with a header that holds a 32-bit number
+    // A message starts with a header that holds a 32-bit number, and is copied best from a cache line on.
+    alignas(64) uint8_t buf[k_most_read];
     const bool started = ev_is_active(&sio.ev);
     sio.addr_len = sizeof sio.fromAddr;
     for (;;) {
@@ -106,4 +109,11 @@ void on_read(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
             return;
         }
     }
+}
+
+void ut_loop_after_fork() {
+    left_to_the_parent.store(ut_default_loop, std::memory_order_relaxed);
+    ut_default_loop = nullptr;
+    initialized.store(0, std::memory_order_relaxed);
+    running.store(0, std::memory_order_relaxed);
 }

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
+#include <random>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -39,6 +40,48 @@ std::vector<double> waits_asked_for;
 std::vector<clockid_t> clocks_asked_for;
 double longest_wait = 0;
 
+double random_probability = 0;
+std::mt19937_64 random_numbers;
+
+/// The errors that a call is made to fail with at random. A kind that is not named never fails so.
+struct likely {
+    call which;
+    std::vector<int> errors;
+};
+const std::vector<likely> k_likely = {
+    {call::socket, {EMFILE, ENFILE, ENOBUFS, ENOMEM}},
+    {call::bind, {EADDRINUSE, EACCES}},
+    {call::sendto, {EINTR, EAGAIN, ENETUNREACH, EPERM, ENOBUFS, ECONNREFUSED, EMSGSIZE}},
+    {call::recvfrom, {EINTR, EAGAIN, ECONNREFUSED, ENOMEM}},
+    {call::read, {EINTR, EAGAIN, EIO}},
+    {call::write, {EINTR, EAGAIN, EPIPE}},
+    {call::close, {EINTR, EIO}},
+    {call::shutdown, {ENOTCONN}},
+    {call::pipe, {EMFILE, ENFILE}},
+    {call::fcntl, {EINVAL}},
+    {call::setsockopt, {ENOMEM}},
+    {call::gettimeofday, {EFAULT}},
+    {call::usleep, {EINTR}},
+    {call::malloc, {ENOMEM}},
+    {call::calloc, {ENOMEM}},
+    {call::pthread_create, {EAGAIN}},
+    {call::pthread_mutex_init, {EAGAIN, ENOMEM}},
+    {call::pthread_mutex_destroy, {EBUSY}},
+    {call::epoll_ctl, {ENOMEM, ENOSPC}},
+    {call::epoll_wait, {EINTR}},
+};
+
+/// 0 when the call is to pass.
+int random_error(call which) {
+    const auto found =
+        std::find_if(k_likely.begin(), k_likely.end(), [which](const likely &l) { return l.which == which; });
+    if (random_probability == 0 || found == k_likely.end() ||
+        std::uniform_real_distribution<>{}(random_numbers) >= random_probability) {
+        return 0;
+    }
+    return found->errors[random_numbers() % found->errors.size()];
+}
+
 rule &rule_of(call which) {
     return rules[static_cast<size_t>(which)];
 }
@@ -64,6 +107,8 @@ verdict ask(call which) {
         } else if (r.times != 0) {
             r.times -= r.times > 0 ? 1 : 0;
             v.fails = true;
+        } else if (const int error = random_error(which)) {
+            v = {true, error, -1, r.limit};
         }
     }
     if (hook) {
@@ -116,6 +161,19 @@ void clear() {
     waits_asked_for.clear();
     clocks_asked_for.clear();
     longest_wait = 0;
+    random_probability = 0;
+}
+
+void fail_at_random(uint64_t seed, double probability) {
+    const std::lock_guard hold{lock};
+    random_numbers.seed(seed);
+    random_probability = probability;
+}
+
+bool fails_now(call which, int &error) {
+    const verdict v = ask(which);
+    error = v.error;
+    return v.fails;
 }
 
 std::vector<double> waits() {
@@ -158,7 +216,7 @@ WRAP(ssize_t, recvfrom, (int fd, void *buf, size_t n, int flags, sockaddr *from,
      (fd, buf, at_most(v, n), flags, from, len))
 WRAP(ssize_t, read, (int fd, void *buf, size_t n), (fd, buf, at_most(v, n)))
 WRAP(ssize_t, write, (int fd, const void *buf, size_t n), (fd, buf, at_most(v, n)))
-WRAP(int, close, (int fd), (fd))
+WRAP(int, shutdown, (int fd, int how), (fd, how))
 WRAP(int, pipe, (int *fds), (fds))
 WRAP(int, getsockopt, (int fd, int level, int name, void *value, socklen_t *len),
      (fd, level, name, value, len))
@@ -172,6 +230,14 @@ WRAP(int, chmod, (const char *path, mode_t mode), (path, mode))
 WRAP(ssize_t, readlink, (const char *path, char *buf, size_t n), (path, buf, n))
 WRAP(int, gettimeofday, (timeval * tv, void *tz), (tv, static_cast<struct timezone *>(tz)))
 WRAP(int, usleep, (useconds_t us), (us))
+
+// The descriptor is gone whatever close says, as it is with the system's.
+extern "C" int __wrap_close(int fd);
+extern "C" int __wrap_close(int fd) {
+    const verdict v = ask(call::close);
+    const int result = close(fd);
+    return v.fails ? refused<int>(v) : result;
+}
 
 extern "C" int __wrap_fcntl(int fd, int command, ...);
 extern "C" int __wrap_fcntl(int fd, int command, ...) {
@@ -232,7 +298,9 @@ extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t *cond, pthread_mutex
                                              const timespec *until);
 extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t *cond, pthread_mutex_t *mutex, clockid_t clock,
                                              const timespec *until) {
-    (void)ask(call::pthread_cond_clockwait);
+    if (const verdict v = ask(call::pthread_cond_clockwait); v.fails) {
+        return v.error;
+    }
     timespec now{};
     clock_gettime(clock, &now);
     const double asked_for = static_cast<double>(until->tv_sec - now.tv_sec) +

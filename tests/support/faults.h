@@ -10,6 +10,7 @@
 #define FAULTS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <vector>
@@ -29,6 +30,7 @@ enum class call {
     read,
     write,
     close,
+    shutdown,
     pipe,
     fcntl,
     ioctl,
@@ -49,6 +51,9 @@ enum class call {
     pthread_mutex_destroy,
     pthread_cond_clockwait,
     ev_loop_new,
+    epoll_create1, // libev's calls: only in tests that link loop_faults.cpp
+    epoll_ctl,
+    epoll_wait,
     number_of_calls
 };
 
@@ -60,6 +65,15 @@ constexpr int k_forever = -1;
  * @param result what the call returns instead; the pthread functions return `error`, the allocators null
  */
 void fail(call which, int error, int times = k_forever, int skip = 0, long result = -1);
+
+/**
+ * From now on, every call fails with this probability, each kind with errors that the system gives for it. 0
+ * ends it. What has been asked for by fail() comes first.
+ */
+void fail_at_random(uint64_t seed, double probability);
+
+/** Whether to fail one call that is made elsewhere, and with what. For wrappers outside this library. */
+bool fails_now(call which, int &error);
 
 /** From now on, passes at most this many bytes to a read, write, send or receive (a short count). 0 ends it.
  */

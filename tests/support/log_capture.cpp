@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <pthread.h>
 
 namespace {
 
@@ -27,6 +28,10 @@ std::string formatted(const char *format, va_list args) {
     return text;
 }
 
+// A child that is forked while another thread writes a line must be able to write its own.
+[[maybe_unused]] const int forks_watched =
+    pthread_atfork([] { lock.lock(); }, [] { lock.unlock(); }, [] { lock.unlock(); });
+
 size_t count_locked(const std::string &format) {
     return static_cast<size_t>(
         std::count_if(lines.begin(), lines.end(), [&](const logs::line &l) { return l.format == format; }));
@@ -36,7 +41,9 @@ size_t count_locked(const std::string &format) {
 
 extern "C" void ControlLogInit(const char *name) {
     const std::lock_guard hold{lock};
-    names.emplace_back(name);
+    if (keeping) {
+        names.emplace_back(name);
+    }
 }
 
 extern "C" void ControlLog(int module, int level, const char *file, const char *function, int /*line*/,

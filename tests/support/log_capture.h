@@ -26,7 +26,8 @@ struct line {
 std::vector<line> all();
 void clear();
 
-/** Whether lines are kept; they are at the start. For tests that write more of them than memory should hold.
+/** Whether lines and names are kept; they are at the start. For tests that write more of them than memory
+ * should hold.
  */
 void keep(bool lines_are_kept);
 

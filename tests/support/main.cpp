@@ -25,7 +25,7 @@ bool only_lists_tests(int argc, char **argv) {
 [[noreturn]] void run_again_inside(char **argv) {
     // Everything in 192.168.1.0/24 is local once the loopback device carries that network.
     static char script[] = "ip link set lo up && ip address add 192.168.1.1/24 dev lo && ip route add "
-                           "224.0.0.0/4 dev lo && exec \"$@\"";
+                           "224.0.0.0/4 dev lo && exec " TEST_EMULATOR " \"$@\"";
     static char self[] = "/proc/self/exe";
     char program[4096] = {};
     if (readlink(self, program, sizeof program - 1) < 0) {

@@ -5,8 +5,10 @@
 #include "node_mapping.h"
 #include "wait.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <ctime>
@@ -14,6 +16,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -49,10 +52,11 @@ sockaddr_in address_of(const std::string &ip, uint16_t port) {
 
 double kernel_stamp(msghdr &message) {
     for (cmsghdr *c = CMSG_FIRSTHDR(&message); c != nullptr; c = CMSG_NXTHDR(&message, c)) {
-        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
-            timespec stamp{};
+        if (c->cmsg_level == SOL_SOCKET &&
+            c->cmsg_type == SCM_TIMESTAMP) { // of its kind, the one that emulators know
+            timeval stamp{};
             memcpy(&stamp, CMSG_DATA(c), sizeof stamp);
-            return static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_nsec) / 1e9;
+            return static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6;
         }
     }
     return 0;
@@ -82,7 +86,7 @@ peer::peer(const std::string &ip, uint16_t port) : fd_(socket(AF_INET, SOCK_DGRA
     const sockaddr_in address = address_of(ip, port);
     const int on = 1;
     const int room = 8 << 20; // [bytes] the system cuts it to its own limit
-    (void)setsockopt(fd_, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+    (void)setsockopt(fd_, SOL_SOCKET, SO_TIMESTAMP, &on, sizeof on);
     (void)setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     if (bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         (void)close(fd_);
@@ -95,8 +99,14 @@ peer::~peer() {
 }
 
 std::optional<bytes> peer::receive(milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
     pollfd one{fd_, POLLIN, 0};
-    if (poll(&one, 1, static_cast<int>(patience.count())) <= 0) {
+    int ready = 0;
+    while ((ready = poll(&one, 1, static_cast<int>(patience.count()))) < 0 && errno == EINTR) {
+        patience = std::max(milliseconds(0),
+                            std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now()));
+    }
+    if (ready <= 0) {
         return std::nullopt;
     }
     bytes datagram(65536);

@@ -5,10 +5,13 @@
 #ifndef TEST_PROCESS_STATE_H
 #define TEST_PROCESS_STATE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string>
 
 namespace process_state {
@@ -26,8 +29,23 @@ inline std::map<std::string, std::string> descriptors() {
     return open;
 }
 
+/** What all of them lead to, whatever their numbers: libev may make its own anew. */
+inline std::multiset<std::string> open_things() {
+    std::multiset<std::string> things;
+    for (const auto &[fd, target] : descriptors()) {
+        things.insert(target);
+    }
+    return things;
+}
+
 inline size_t threads() {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+/** Pieces of its address space; a thread that nobody has joined keeps its stack. */
+inline long mappings() {
+    std::ifstream maps("/proc/self/maps");
+    return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
 }
 
 } // namespace process_state

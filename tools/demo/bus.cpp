@@ -141,7 +141,7 @@ bool bus::wait(const std::function<bool()> &condition, milliseconds patience) {
     const auto end = std::min(steady_clock::now() + patience, end_);
     while (!condition()) {
         const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
-        if (left <= 0ms) {
+        if (left.count() <= 0) {
             return false;
         }
         hear(left);

@@ -1,6 +1,7 @@
 // The demo: plays its scenes on a bus of real processes, then says what was sent and what arrived.
 #include "bus.h"
 #include "demo_payload.h"
+#include "kept_bench.h"
 #include "path_report.h"
 #include "scene.h"
 #include "transcript.h"
@@ -78,19 +79,25 @@ bool play(const demo::bus::settings &how, demo::transcript &out, demo::path_repo
 int run(int argc, char **argv) {
     demo::bus::settings how{own_directory(), "/dev/null", k_time_limit};
     bool verbose = false;
+    bool keep = false;
     CLI::App app{"Plays a whole bus on this machine, which needs 192.168.1.1/24; scripts/demo provides it."};
     app.add_option("--log", how.log_file, "file for the log lines of the nodes")->capture_default_str();
     app.add_option("--programs", how.programs, "directory with the programs of the demo")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->take_last();
     app.add_flag("--verbose", verbose, "the nodes' log lines go to standard error");
+    app.add_flag("--keep", keep, "plays nothing; leaves the bus running, with traffic on it, until Ctrl-C");
     CLI11_PARSE(app, argc, argv);
     if (verbose) {
         how.log_file.clear();
     }
+    demo::transcript out{demo::now_ns()};
+    if (keep) {
+        return demo::keep_bench({how.programs, how.log_file}, out) ? 0 : k_incomplete;
+    }
     (void)std::signal(SIGALRM, on_watchdog);
     (void)alarm(k_watchdog_s);
 
-    demo::transcript out{demo::now_ns()};
     demo::path_report paths;
     const bool played = play(how, out, paths);
     paths.print(out);

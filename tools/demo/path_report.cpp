@@ -29,6 +29,7 @@ std::string row(const path &each) {
 } // namespace
 
 path &path_report::add(std::string name, bool polled) {
+    // cppcheck-suppress returnTempReference; emplace_back returns a reference to what it has stored
     return paths_.emplace_back(path{std::move(name), polled, 0, {}, {}});
 }
 

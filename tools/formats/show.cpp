@@ -20,7 +20,8 @@ std::string bit_names(const name_table &names, uint64_t value) {
     for (const value_name &row : names.rows) {
         const auto bit = static_cast<uint64_t>(row.value);
         if (std::has_single_bit(bit) && (value & bit) != 0) {
-            text += (text.empty() ? "" : "|") + std::string(row.name);
+            text += text.empty() ? "" : "|";
+            text += row.name;
             value &= ~bit;
         }
     }
@@ -81,7 +82,8 @@ std::string value_text(const node &n) {
     if (!is_run(n.what->type) && !n.parts.empty() && n.what->count > 1) {
         std::string all;
         for (const node &element : n.parts) {
-            all += (all.empty() ? "" : " ") + value_text(element);
+            all += all.empty() ? "" : " ";
+            all += value_text(element);
         }
         return all;
     }

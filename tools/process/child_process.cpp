@@ -44,19 +44,31 @@ void complain(std::string_view text) {
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
-[[noreturn]] void become(char *const *argv, int input, int output, int error, pid_t parent) {
+struct new_process {
+    char *const *argv;
+    int input;
+    int output;
+    int error;
+    pid_t parent;
+    bool apart;
+};
+
+[[noreturn]] void become(const new_process &what) {
     sigset_t none;
     (void)sigemptyset(&none);
     (void)sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) {
+    if (what.apart) {
+        (void)setpgid(0, 0); // cannot fail for a process that was made just now
+    }
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != what.parent) {
         _exit(k_cannot_run); // the parent is gone already: the signal would never come
     }
-    if (dup2(input, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 &&
-        dup2(error, STDERR_FILENO) >= 0) {
-        execvp(argv[0], argv);
+    if (dup2(what.input, STDIN_FILENO) >= 0 && dup2(what.output, STDOUT_FILENO) >= 0 &&
+        dup2(what.error, STDERR_FILENO) >= 0) {
+        execvp(what.argv[0], what.argv);
     }
     complain("cannot run ");
-    complain(argv[0]);
+    complain(what.argv[0]);
     complain("\n");
     _exit(k_cannot_run);
 }
@@ -105,7 +117,7 @@ child_process::child_process(const std::vector<std::string> &args, const setting
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0) {
-        become(argv.data(), childs_input, childs_output, error, parent);
+        become({argv.data(), childs_input, childs_output, error, parent, how.apart});
     }
     close_if_open(childs_input);
     close_if_open(childs_output);

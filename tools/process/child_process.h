@@ -24,6 +24,7 @@ public:
     struct settings {
         std::string error_file; /**< receives standard error; empty: it goes where the parent's goes */
         bool merge_errors;      /**< standard error goes to the lines of standard output */
+        bool apart = false; /**< Ctrl-C on the terminal is for the parent alone: a process group of its own */
     };
 
     /**
@@ -32,7 +33,8 @@ public:
      * @throws std::system_error when no process can be made; a program that cannot be run says so on standard
      * error and exits with 127
      */
-    explicit child_process(const std::vector<std::string> &args, const settings &how = {});
+    child_process(const std::vector<std::string> &args, const settings &how);
+    explicit child_process(const std::vector<std::string> &args) : child_process(args, settings{}) {}
     ~child_process();
     child_process(const child_process &) = delete;
     child_process &operator=(const child_process &) = delete;

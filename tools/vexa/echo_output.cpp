@@ -153,7 +153,7 @@ std::string echo_output::text(const seen_message &m) const {
 std::string echo_output::csv(const seen_message &m) const {
     std::string findings;
     for (const formats::finding &f : m.read.findings) {
-        findings += (findings.empty() ? "" : "; ") + std::string(formats::name_of(f.how)) + ": " + f.text;
+        findings += fmt::format("{}{}: {}", findings.empty() ? "" : "; ", formats::name_of(f.how), f.text);
     }
     std::string row = fmt::format(
         "{},{},{},{},{},{},{},{},{},{}", iso_time(m.datagram.time_ns), to_text(m.datagram.src),
@@ -163,7 +163,8 @@ std::string echo_output::csv(const seen_message &m) const {
         std::string values;
         for_each_field(m.read.fields, [&](const node &n) {
             if (has_name(n, name)) {
-                values += (values.empty() ? "" : " ") + value_text(n);
+                values += values.empty() ? "" : " ";
+                values += value_text(n);
             }
         });
         row += ',' + cell(values);

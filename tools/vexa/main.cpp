@@ -1,8 +1,14 @@
 // The program vexa: the other ends of the bus, for a desk without an aircraft. Each subcommand stands in
 // files of its own; this one knows their names only.
+#include "doctor_command.h"
 #include "echo_command.h"
+#include "explain_command.h"
+#include "hb_command.h"
+#include "help_command.h"
 #include "link_command.h"
 #include "manager_command.h"
+#include "send_command.h"
+#include "status_command.h"
 #include "subcommand.h"
 
 #include <exception>
@@ -15,8 +21,12 @@ using vexa::add_subcommand;
 
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
-    static const std::vector<add_subcommand> all = {vexa::add_manager_command, vexa::add_flight_command,
-                                                    vexa::add_camera_command, vexa::add_echo_command};
+    static const std::vector<add_subcommand> all = {
+        vexa::add_manager_command, vexa::add_flight_command,     vexa::add_camera_command,
+        vexa::add_send_command,    vexa::add_status_command,     vexa::add_hb_command,
+        vexa::add_echo_command,    vexa::add_doctor_command,     vexa::add_explain_command,
+        vexa::add_man_command,     vexa::add_completion_command,
+    };
     return all;
 }
 

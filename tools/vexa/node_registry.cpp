@@ -46,6 +46,7 @@ node_registry::outcome node_registry::join(const vexa_node_t &node, endpoint fro
 }
 
 node_registry::outcome node_registry::leave(uint16_t node_id) {
+    // cppcheck-suppress constVariable; its entry is written to
     std::optional<entry> &slot = entries_.at(node_id);
     if (!slot || !is_active(slot->record)) {
         return {refusal::not_registered, std::nullopt};
