@@ -90,8 +90,10 @@ void add_completion_command(CLI::App &app, int &status) {
                     "  source <(vexa completion bash)\n"
                     "Example: in every shell to come\n"
                     "  vexa completion bash > ~/.local/share/bash-completion/completions/vexa");
-    command->callback([&app, &status] {
-        fmt::print("{}", bash_completion(all_commands(app)));
+    command->callback([shell, &app, &status] {
+        if (*shell == "bash") { // the only one so far
+            fmt::print("{}", bash_completion(all_commands(app)));
+        }
         status = k_ok;
     });
 }
