@@ -84,7 +84,8 @@ words completed(const words &line) {
         script += " '" + word + "'";
     }
     script += "); COMP_CWORD=" + std::to_string(line.size()) + R"(; _vexa; printf '%s\n' "${COMPREPLY[@]}")";
-    child_process bash{{"bash", "-uc", script}, {.error_file = "", .merge_errors = true}};
+    child_process bash{{"bash", "--noprofile", "--norc", "-uc", script},
+                       {.error_file = "", .merge_errors = true}};
     words offered;
     while (const auto text = bash.wait_line(bench::k_patience)) {
         offered.push_back(*text);
