@@ -103,8 +103,7 @@ TEST(Send, TheQueuedWayDeliversTheSame) {
 TEST(Send, SaysHowManyMessagesTheFullQueueHasDropped) {
     bench::manager manager;
     bench::node five{5};
-    const auto sent =
-        send_to_five({"--size", "4", "--queued", "--rate", "0", "--count", "50000", "--json"});
+    const auto sent = send_to_five({"--size", "4", "--queued", "--rate", "0", "--count", "50000", "--json"});
     ASSERT_GT(sent.json()["dropped"], 0) << "the queue kept up with everything";
     EXPECT_EQ(sent.status, 1);
     EXPECT_THAT(sent.error, HasSubstr("choose a lower --rate"));
