@@ -62,17 +62,17 @@ TEST(Soak, NoticesCopiesThatAreKeptWhenTheyOughtToBeGivenBackAndTheOtherWayRound
     const finished result = run({"--expect", SOAK_OTHER_EXPECTATION});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.output,
-                HasSubstr("UNEXPLAINED: memory of node 1: bytes of the library beyond its queues"))
+                HasSubstr("UNEXPLAINED: memory of node 2: bytes of the library beyond its queues"))
         << result.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Heap, SoakNotices,
-                         testing::Values(sabotage{"heap", "memory of node 1: bytes of the rest"}));
+                         testing::Values(sabotage{"heap", "memory of node 2: bytes of the rest"}));
 #endif
 
 INSTANTIATE_TEST_SUITE_P(Each, SoakNotices,
                          testing::Values(sabotage{"descriptor",
-                                                  "memory of node 1: descriptors have grown by 1"},
-                                         sabotage{"thread", "memory of node 1: threads have grown by 1"}));
+                                                  "memory of node 2: descriptors have grown by 1"},
+                                         sabotage{"thread", "memory of node 2: threads have grown by 1"}));
 
 } // namespace

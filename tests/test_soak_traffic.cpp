@@ -278,4 +278,17 @@ TEST(SoakQueueModel, CountsACopyForEachAppendAndNoneForAnOverwrite) {
     EXPECT_EQ(model.held().bytes, 36U + 18U);
 }
 
+TEST(SoakPieceModel, BeginsANewPieceForWhatDoesNotFit) {
+    soak::piece_model model;
+    EXPECT_EQ(model.pieces(), 0U);
+    for (int i = 0; i < 7; ++i) {
+        model.take(8200); // 8208 with what alignment adds
+    }
+    EXPECT_EQ(model.pieces(), 1U);
+    model.take(65536 - 16 - 7 * 8208);
+    EXPECT_EQ(model.pieces(), 1U);
+    model.take(1);
+    EXPECT_EQ(model.pieces(), 2U);
+}
+
 } // namespace

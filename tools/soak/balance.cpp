@@ -75,6 +75,9 @@ private:
     way_sums &sums(way by) { return sums_.at(static_cast<size_t>(by)); }
 
     void add_node(const tally_key &key, uint64_t count) {
+        if (key.target == k_witness) {
+            return; // not one of those whom the messages are for
+        }
         const auto number = static_cast<int64_t>(count);
         switch (key.what) {
         case event::call:
@@ -131,6 +134,9 @@ private:
     }
 
     void add_relay(const tally_key &key, uint64_t count) {
+        if (key.target == k_witness) {
+            return;
+        }
         const auto number = static_cast<int64_t>(count);
         switch (key.what) {
         case event::call:

@@ -34,9 +34,20 @@ tally counts_of(const json &said) {
 }
 
 memory_report memory_of(const json &said) {
-    return {said["heap_watched"],  said["blocks_beyond"], said["bytes_beyond"], said["library_bytes"],
-            said["copied_blocks"], said["copied_bytes"],  said["kept_blocks"],  said["kept_bytes"],
-            said["other_bytes"],   said["resident"],      said["threads"],      said["descriptors"]};
+    return {.heap_watched = said["heap_watched"],
+            .blocks_beyond = said["blocks_beyond"],
+            .bytes_beyond = said["bytes_beyond"],
+            .library_bytes = said["library_bytes"],
+            .pieces = said["pieces"],
+            .pieces_due = said["pieces_due"],
+            .copied_blocks = said["copied_blocks"],
+            .copied_bytes = said["copied_bytes"],
+            .kept_blocks = said["kept_blocks"],
+            .kept_bytes = said["kept_bytes"],
+            .other_bytes = said["other_bytes"],
+            .resident = said["resident"],
+            .threads = said["threads"],
+            .descriptors = said["descriptors"]};
 }
 
 /// Datagrams that the system has dropped for want of room, by the port of the socket.

@@ -1,6 +1,8 @@
 // Counts the library's allocations. See heap_watch.h.
 #include "heap_watch.h"
 
+#include "queue_model.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +29,7 @@ constinit uintptr_t code_begin = 0;
 constinit uintptr_t code_end = 0;
 constinit std::atomic<int64_t> blocks{0};
 constinit std::atomic<int64_t> bytes{0};
+constinit std::atomic<int64_t> pieces{0};
 constinit std::atomic<int64_t> gross_bytes{0}; // with the allocator's overhead
 
 int note_library(dl_phdr_info *info, size_t /*size*/, void * /*unused*/) {
@@ -60,7 +63,7 @@ void heap_watch_start() {
 
 heap_use heap_now() {
     const struct mallinfo2 all = mallinfo2();
-    return {blocks.load(), bytes.load(),
+    return {blocks.load(), bytes.load(), pieces.load(),
             static_cast<int64_t>(all.uordblks + all.hblkhd) - gross_bytes.load()};
 }
 
@@ -93,12 +96,21 @@ char *seal_of(void *block) {
     return static_cast<char *>(block) + malloc_usable_size(block) - sizeof(uint64_t);
 }
 
+/// One block more or less.
+void count(size_t size, int sign) {
+    if (size == soak::piece_model::k_piece) {
+        pieces.fetch_add(sign, std::memory_order_relaxed);
+    } else {
+        blocks.fetch_add(sign, std::memory_order_relaxed);
+        bytes.fetch_add(sign * static_cast<int64_t>(size), std::memory_order_relaxed);
+    }
+}
+
 void *counted(void *block, size_t size) {
     if (block != nullptr) {
         const uint64_t seal = uint64_t{size} << 16 | k_seal;
         memcpy(seal_of(block), &seal, sizeof seal);
-        blocks.fetch_add(1, std::memory_order_relaxed);
-        bytes.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
+        count(size, 1);
         gross_bytes.fetch_add(gross_size(block), std::memory_order_relaxed);
     }
     return block;
@@ -110,8 +122,7 @@ void discount(void *block) {
     if ((seal & 0xFFFFU) != k_seal) {
         abort(); // the library frees what it has not allocated, or has written behind a block's end
     }
-    blocks.fetch_sub(1, std::memory_order_relaxed);
-    bytes.fetch_sub(static_cast<int64_t>(seal >> 16), std::memory_order_relaxed);
+    count(seal >> 16, -1);
     gross_bytes.fetch_sub(gross_size(block), std::memory_order_relaxed);
 }
 

@@ -4,6 +4,8 @@
  * system's and count the calls that come from the library's code. Blocks of the library carry their size at
  * their end, since the system rounds sizes up.
  *
+ * Blocks as large as the pieces that kept copies lie in are counted apart.
+ *
  * Not in a build with a sanitizer, which has an allocator of its own; heap_is_watched tells.
  */
 #ifndef SOAK_HEAP_WATCH_H
@@ -17,6 +19,7 @@ namespace soak {
 struct heap_use {
     int64_t library_blocks = 0;
     int64_t library_bytes = 0; /**< as asked for */
+    int64_t pieces = 0;        /**< blocks of the size of a piece of copies; not in the two above */
     int64_t other_bytes = 0;   /**< of everybody else in the process, the allocator's overhead included */
 };
 

@@ -18,7 +18,9 @@ struct memory_report {
     bool heap_watched = false;
     int64_t blocks_beyond = 0; /**< of the library, since the warm-up, beyond what its queues must take */
     int64_t bytes_beyond = 0;
-    int64_t library_bytes = 0; /**< all that the library has on the heap */
+    int64_t library_bytes = 0; /**< what the library has on the heap beside the pieces */
+    int64_t pieces = 0;        /**< of 64 KiB, in which kept copies lie */
+    int64_t pieces_due = 0;    /**< that the copies need, if they are kept; one more or less may be */
     int64_t copied_blocks = 0; /**< queued messages so far */
     int64_t copied_bytes = 0;  /**< of their copies */
     int64_t kept_blocks =

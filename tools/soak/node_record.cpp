@@ -23,20 +23,31 @@ constexpr size_t k_counts = 4096;
 constexpr size_t k_long_message = 4096; // [bytes] with header; longer ones are remarked upon
 constexpr uint32_t k_last_field = 72;
 
+struct last_broadcast {
+    way by = way::none;
+    uint32_t number = 0;
+};
+
 uint16_t self = 0;         // these two are written before the node starts
 std::vector<uint16_t> bus; // the ids of all nodes, in order
 std::mutex lock;           // guards what follows
 tally counts{k_counts};    // NOLINT(cert-err58-cpp): without memory at its start the program may end
 queue_model rx_queue;
 copies tx_copies;
+piece_model pieces;                             // of both queues
 std::array<vexa_node_t, VX_NODE_COUNT> table{}; // as it must be
 bool own_entry_known = false;
+last_broadcast broadcast_begun;
 std::map<uint16_t, status_watch> statuses; // by key; the map itself does not change
 std::string wrong;                         // the first thing that was not as it must be
 thread_local bool own_heartbeat = false;
 
 bool is_member(int id) {
     return id != 0 && std::ranges::binary_search(bus, id);
+}
+
+bool has_relay_socket(int id) {
+    return id == k_witness || is_member(id);
 }
 
 void note_wrong(const std::string &what) {
@@ -57,7 +68,7 @@ std::optional<uint8_t> place_of(const sockaddr_in &to) {
     in_addr manager{};
     (void)inet_pton(AF_INET, k_relay_ip, &relay);
     (void)inet_pton(AF_INET, k_manager_ip, &manager);
-    if (to.sin_addr.s_addr == relay.s_addr && is_member(port - k_relay_port_base)) {
+    if (to.sin_addr.s_addr == relay.s_addr && has_relay_socket(port - k_relay_port_base)) {
         return static_cast<uint8_t>(port - k_relay_port_base);
     }
     if (to.sin_addr.s_addr == manager.s_addr && port == VX_NODE_PORT_BASE) {
@@ -91,6 +102,16 @@ void count_inactive(way by, const std::vector<uint16_t> &ids) {
     }
 }
 
+/// Whether this is the first datagram of a broadcast.
+bool begins_broadcast(way by, std::span<const uint8_t> datagram) {
+    const auto note = is_broadcast(by) ? read_payload(datagram.subspan(VX_MSG_HEAD_SIZE)) : std::nullopt;
+    if (!note || (broadcast_begun.by == by && broadcast_begun.number == note->number)) {
+        return false;
+    }
+    broadcast_begun = {by, note->number};
+    return true;
+}
+
 /// Whether the library remarks upon the copy of such a message.
 bool is_long(size_t payload_bytes) {
     return VX_MSG_HEAD_SIZE + payload_bytes > k_long_message;
@@ -107,6 +128,9 @@ void learn_own_entry(std::span<const uint8_t> datagram) {
 void expect_status(std::span<const uint8_t> datagram, const verdict &what) {
     const kept_status kept = status_in(datagram);
     const put_result put = rx_queue.put(kept);
+    if (put != put_result::overwritten) {
+        pieces.take(queue_model::copy_size(kept.length));
+    }
     if (put == put_result::grown || put == put_result::overstocked) {
         line_due(put == put_result::grown ? log_line::grown : log_line::rx_overstocked);
     }
@@ -222,6 +246,7 @@ void preset_table() {
     }
     table[VX_NODE_MANAGER_ID] = {"mgr_server", "192.168.1.1", VX_NODE_PORT_BASE, VX_NODE_MANAGER_ID,
                                  NODE_STAT_INACTIVED};
+    table[k_witness] = witness_entry();
 }
 
 std::string check_table() {
@@ -273,6 +298,12 @@ void record_start(uint16_t own_id, const std::vector<uint16_t> &ids) {
     }
 }
 
+vexa_node_t witness_entry() {
+    vexa_node_t node = {"witness", "", k_relay_port_base + k_witness, k_witness, NODE_STAT_ACTIVED};
+    std::ranges::copy(k_relay_ip, node.ip);
+    return node;
+}
+
 void record_call(way by, uint16_t target, size_t size, bool accepted) {
     const std::lock_guard hold{lock};
     for (const uint16_t id : bus) {
@@ -284,6 +315,7 @@ void record_call(way by, uint16_t target, size_t size, bool accepted) {
     }
     if (accepted && (is_queued(by) || is_broadcast(by))) {
         tx_copies.add(queue_model::copy_size(size));
+        pieces.take(queue_model::copy_size(size));
         if (is_long(size)) {
             line_due(log_line::too_long);
         }
@@ -294,23 +326,16 @@ void record_own_heartbeat(bool begins) {
     own_heartbeat = begins;
 }
 
-void record_unqueued(std::span<const uint8_t> message) {
-    vx_msg_head_t head{};
-    memcpy(&head, message.data(), sizeof head);
-    const auto note = read_payload(message.subspan(sizeof head));
-    if (head.dst == VX_MSG_BROADCAST && note) {
-        const auto inactive = inactive_below(self);
-        const std::lock_guard hold{lock};
-        count_inactive(note->by, inactive);
-    }
-}
-
 void record_sent(std::span<const uint8_t> datagram, const sockaddr_in &to, bool taken) {
     tally_key key = stream_of(datagram);
+    const auto inactive = is_broadcast(key.by) ? inactive_below(self) : std::vector<uint16_t>{};
     const auto place = place_of(to);
     const std::lock_guard hold{lock};
     if (key.by == way::registration) {
         learn_own_entry(datagram);
+    }
+    if (begins_broadcast(key.by, datagram)) {
+        count_inactive(key.by, inactive);
     }
     key.what = !taken ? event::failed : place ? event::handed : event::astray;
     key.place = taken ? place.value_or(0) : 0;
@@ -399,7 +424,7 @@ queue_use record_queues() {
     copies made = rx_queue.made();
     made.blocks += tx_copies.blocks;
     made.bytes += tx_copies.bytes;
-    return {made, rx_queue.held()};
+    return {made, rx_queue.held(), pieces.pieces()};
 }
 
 tally record_counts() {

@@ -22,6 +22,9 @@ namespace soak {
 /** Before the node starts: who it is, and who else is on the bus. */
 void record_start(uint16_t own_id, const std::vector<uint16_t> &ids);
 
+/** The witness, as every node has it in its table. */
+vexa_node_t witness_entry();
+
 /**
  * The application has called.
  * @param target  k_no_target for a broadcast
@@ -31,10 +34,6 @@ void record_call(way by, uint16_t target, size_t size, bool accepted);
 
 /** The log lines of this thread are about a heartbeat change of the node's own, until told otherwise. */
 void record_own_heartbeat(bool begins);
-
-/** The I/O thread has taken a message from the transmit queue and will send it after this. The header is in
- * host order. */
-void record_unqueued(std::span<const uint8_t> message);
 
 /** The library has handed a datagram to the system, which has taken it or not. */
 void record_sent(std::span<const uint8_t> datagram, const sockaddr_in &to, bool taken);
@@ -63,6 +62,7 @@ bool record_table_whole();
 struct queue_use {
     copies made;
     copies held;
+    uint64_t pieces; /**< in which those made would lie, if they are kept */
 };
 queue_use record_queues();
 

@@ -8,7 +8,19 @@ namespace {
 
 constexpr size_t k_most_queued = 1024; // a put that finds more drops the oldest
 
+constexpr size_t k_piece_head = 16;  // [bytes]
+constexpr size_t k_piece_align = 16; // [bytes] as malloc's
+
 } // namespace
+
+void piece_model::take(size_t size) {
+    const size_t room = (size + k_piece_align - 1) / k_piece_align * k_piece_align;
+    if (used_ + room > k_piece) {
+        ++pieces_;
+        used_ = k_piece_head;
+    }
+    used_ += room;
+}
 
 size_t queue_model::copy_size(size_t payload_bytes) {
     return VX_MSG_HEAD_SIZE + std::max(payload_bytes, sizeof(uint16_t)); // there is always room for a key

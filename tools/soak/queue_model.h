@@ -34,6 +34,25 @@ struct copies {
     }
 };
 
+/**
+ * The memory of copies that are kept: handed out in order from pieces of 64 KiB, of which the first bytes are
+ * the library's. When two threads queue at once, which of them comes first is not known here, so the number
+ * of pieces may differ by one.
+ * @par Threads  None of its own: the owner locks.
+ */
+class piece_model {
+public:
+    static constexpr size_t k_piece = size_t{64} * 1024; /**< [bytes] */
+
+    void take(size_t size);
+
+    [[nodiscard]] uint64_t pieces() const { return pieces_; }
+
+private:
+    uint64_t pieces_ = 0;
+    size_t used_ = k_piece; // of the last one
+};
+
 /** @par Threads  None of its own: the owner locks. */
 class queue_model {
 public:

@@ -58,7 +58,9 @@ bool is_session(way by) {
 
 relay::relay(settings how) : how_(std::move(how)), counts_(k_counts), ordinals_(k_streams), room_(65536) {
     sockets_.emplace(k_manager_port_id, open_socket(k_manager_ip, VX_NODE_PORT_BASE));
-    for (const uint16_t id : how_.ids) {
+    std::vector<uint16_t> ids = how_.ids;
+    ids.push_back(k_witness);
+    for (const uint16_t id : ids) {
         sockets_.emplace(id, open_socket(k_relay_ip, static_cast<uint16_t>(k_relay_port_base + id)));
     }
 }
@@ -117,6 +119,10 @@ void relay::pass(parcel one) {
         return;
     }
     count(event::taken, one);
+    if (one.port_id == k_witness) {
+        count(event::lost, one);
+        return;
+    }
     if (one.stream.by == way::registration) {
         write_relay_port(one.bytes);
     }

@@ -12,6 +12,7 @@
 #include "generator.h"
 #include "heap_watch.h"
 #include "log_watch.h"
+#include "node_mapping.h"
 #include "node_record.h"
 
 #include <CLI/CLI.hpp>
@@ -125,6 +126,8 @@ private:
         const int result = vision_msg_component_init(static_cast<NodeID>(how_.id), name.c_str(),
                                                      soak::k_relay_ip, soak::on_message);
         running_ = result == 0;
+        const vexa_node_t witness = soak::witness_entry();
+        (void)nmapping_set(soak::k_witness, &witness);
         say(fmt::format("started {}", result));
     }
 
@@ -166,11 +169,12 @@ private:
         }
     }
 
+    /// Copies that are kept lie in pieces, which are compared apart.
     [[nodiscard]] library_use unexpected_use() const {
         const soak::heap_use heap = soak::heap_now();
-        const soak::queue_use queues = soak::record_queues();
-        const soak::copies &stay = how_.given_back ? queues.held : queues.made;
-        const auto list_nodes = static_cast<int64_t>(queues.held.blocks);
+        const soak::copies held = soak::record_queues().held;
+        const soak::copies stay = how_.given_back ? held : soak::copies{};
+        const auto list_nodes = static_cast<int64_t>(held.blocks);
         return {heap.library_blocks - static_cast<int64_t>(stay.blocks) - list_nodes,
                 heap.library_bytes - static_cast<int64_t>(stay.bytes) - list_nodes * k_list_node_bytes};
     }
@@ -187,6 +191,8 @@ private:
                               {"blocks_beyond", use.blocks - base_.blocks},
                               {"bytes_beyond", use.bytes - base_.bytes},
                               {"library_bytes", heap.library_bytes},
+                              {"pieces", heap.pieces},
+                              {"pieces_due", how_.given_back ? 0 : queues.pieces},
                               {"copied_bytes", queues.made.bytes},
                               {"copied_blocks", queues.made.blocks},
                               {"kept_blocks", queues.held.blocks},

@@ -1,7 +1,5 @@
 // The border between the library and the system: the program's own sendto and recvfrom stand before the
-// system's, for the library as for everybody in the process, and tell the record what passes. So does its own
-// io_pool_tx_get, before the library's: a broadcast that finds nobody active passes no other border.
-#include "io_pool.h"
+// system's, for the library as for everybody in the process, and tell the record what passes.
 #include "node_record.h"
 
 #include <cerrno>
@@ -12,7 +10,6 @@
 namespace {
 
 using send_function = ssize_t (*)(int, const void *, size_t, int, const sockaddr *, socklen_t);
-using unqueue_function = int (*)(char *, int *);
 using receive_function = ssize_t (*)(int, void *, size_t, int, sockaddr *, socklen_t *);
 
 /// The next definition of a function behind the program's own: the system's, or a sanitizer's before it.
@@ -48,15 +45,6 @@ ssize_t recvfrom(int fd, void *buf, size_t len, int flags, sockaddr *from, sockl
     const ssize_t size = system_recvfrom(fd, buf, len, flags, from, from_len);
     if (size >= 0) {
         soak::record_read({static_cast<const uint8_t *>(buf), static_cast<size_t>(size)});
-    }
-    return size;
-}
-
-int io_pool_tx_get(char *buf, int *len) {
-    static const auto library_tx_get = next_definition<unqueue_function>("io_pool_tx_get");
-    const int size = library_tx_get(buf, len);
-    if (size > 0) {
-        soak::record_unqueued({reinterpret_cast<const uint8_t *>(buf), static_cast<size_t>(size)});
     }
     return size;
 }

@@ -27,6 +27,11 @@ constexpr uint16_t k_relay_port_base = 19000;  /**< + id: the relay's socket for
 constexpr uint16_t k_no_target = 0;
 constexpr uint8_t k_place_beyond_relay = 128; /**< + id: a node's own socket, or with 0 the manager's */
 
+/** An id below all nodes' that every node has in its table from the start and nobody answers to: a broadcast
+ * always goes to it first, so that one which finds no other node active is seen to leave its queue all the
+ * same. */
+constexpr uint16_t k_witness = 1;
+
 /** What is known of each way. */
 struct way_info {
     way by;           /**< also the row's index */
