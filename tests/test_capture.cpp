@@ -5,6 +5,7 @@
 #include "udp_peer.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -75,19 +76,25 @@ std::string error_of(const std::function<void()> &what) {
     return "no error";
 }
 
-/// A file of this test's own.
-std::string file_path(const std::string &name) {
-    return testing::TempDir() + "capture-" + std::to_string(getpid()) + '-' + name;
-}
+/// A file of this test's own, removed with its object.
+class temporary_file {
+public:
+    explicit temporary_file(const std::string &name)
+        : path_(testing::TempDir() + "capture-" + std::to_string(getpid()) + '-' + name) {}
+    ~temporary_file() { (void)std::filesystem::remove(path_); }
+    temporary_file(const temporary_file &) = delete;
+    temporary_file &operator=(const temporary_file &) = delete;
+    [[nodiscard]] const std::string &path() const { return path_; }
 
-/// A capture file with these packets.
-std::string write_file(const std::string &name, const std::vector<bytes_t> &frames, int link_type = DLT_RAW) {
+private:
+    std::string path_;
+};
+
+/// Makes it a capture file with these packets.
+void write(const temporary_file &to, const std::vector<bytes_t> &frames, int link_type = DLT_RAW) {
     pcap_t *dead = pcap_open_dead(link_type, 65535);
-    const std::string path = file_path(name);
-    pcap_dumper_t *file = pcap_dump_open(dead, path.c_str());
-    if (file == nullptr) {
-        throw std::runtime_error("cannot write " + path);
-    }
+    pcap_dumper_t *file = pcap_dump_open(dead, to.path().c_str());
+    ASSERT_NE(file, nullptr) << to.path();
     for (const bytes_t &frame : frames) {
         const auto size = static_cast<bpf_u_int32>(frame.size());
         const pcap_pkthdr head{.ts = {1000, 5}, .caplen = size, .len = size};
@@ -95,7 +102,6 @@ std::string write_file(const std::string &name, const std::vector<bytes_t> &fram
     }
     pcap_dump_close(file);
     pcap_close(dead);
-    return path;
 }
 
 } // namespace
@@ -166,10 +172,10 @@ TEST(LiveCaptures, SayWhichInterfaceThereIsNot) {
 }
 
 TEST(CaptureFiles, GiveTheirDatagramsAndTimes) {
-    const std::string path =
-        write_file("capture.pcap", {packets::ipv4({}, packets::udp(1, 9005, {1, 2})),
-                                    packets::fragment(packets::udp(1, 9005, bytes_t(3000, 1)), 0, 1480)});
-    capture file = capture::file(path);
+    const temporary_file kept("capture.pcap");
+    write(kept, {packets::ipv4({}, packets::udp(1, 9005, {1, 2})),
+                 packets::fragment(packets::udp(1, 9005, bytes_t(3000, 1)), 0, 1480)});
+    capture file = capture::file(kept.path());
     EXPECT_EQ(file.fd(), -1);
     const std::vector<seen> all = datagrams(file, 9);
     ASSERT_EQ(all.size(), 2U);
@@ -179,21 +185,24 @@ TEST(CaptureFiles, GiveTheirDatagramsAndTimes) {
 }
 
 TEST(CaptureFiles, ThatAreDamagedGiveWhatStandsBeforeAndThenAnError) {
-    const std::string path = write_file("damaged.pcap", {packets::ipv4({}, packets::udp(1, 9005, {1, 2})),
-                                                         packets::ipv4({}, packets::udp(1, 9005, {3, 4}))});
-    ASSERT_EQ(system(("truncate --size=-1 " + path).c_str()), 0);
-    capture file = capture::file(path);
+    const temporary_file kept("damaged.pcap");
+    write(kept, {packets::ipv4({}, packets::udp(1, 9005, {1, 2})),
+                 packets::ipv4({}, packets::udp(1, 9005, {3, 4}))});
+    std::filesystem::resize_file(kept.path(), std::filesystem::file_size(kept.path()) - 1);
+    capture file = capture::file(kept.path());
     EXPECT_EQ(datagrams(file, 1).size(), 1U);
     EXPECT_THAT(error_of([&] { (void)datagrams(file, 1); }), HasSubstr("truncated"));
 }
 
 TEST(CaptureFiles, ThatAreNoneAreNamed) {
     EXPECT_THAT(error_of([] { (void)capture::file("absent.pcap"); }), HasSubstr("absent.pcap"));
-    std::ofstream(file_path("text.pcap")) << "no capture at all, but long enough for one";
-    EXPECT_THAT(error_of([] { (void)capture::file(file_path("text.pcap")); }), HasSubstr("text.pcap"));
+    const temporary_file kept("text.pcap");
+    std::ofstream(kept.path()) << "no capture at all, but long enough for one";
+    EXPECT_THAT(error_of([&] { (void)capture::file(kept.path()); }), HasSubstr("text.pcap"));
 }
 
 TEST(CaptureFiles, OfStrangeLinksAreRefused) {
-    const std::string path = write_file("wifi.pcap", {bytes_t(60, 0)}, DLT_IEEE802_11);
-    EXPECT_THAT(error_of([&] { (void)capture::file(path); }), HasSubstr("IEEE802_11"));
+    const temporary_file kept("wifi.pcap");
+    write(kept, {bytes_t(60, 0)}, DLT_IEEE802_11);
+    EXPECT_THAT(error_of([&] { (void)capture::file(kept.path()); }), HasSubstr("IEEE802_11"));
 }
