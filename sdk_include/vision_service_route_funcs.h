@@ -72,7 +72,8 @@ extern VEXAMSG_API int gn_dbg_route;
  * @return 0; -1 or a sub-step's negative result on failure (logged). What was done before the failure stays;
  * when the threads could not be started the node counts as started and vision_msg_component_deinit cleans up
  * @par Threads  Any thread but the callback's, which is told that it can't be done twice. Does not wait for
- * the network. After a vision_msg_component_deinit it may be called again.
+ * the network. After a vision_msg_component_deinit it may be called again;
+ * what that had to leave behind is waited for, less than a second, and a start before its end fails (logged).
  */
 VEXAMSG_API int vision_msg_component_init(NodeID id, const char *name, const char *ip, msg_call_back cb);
 

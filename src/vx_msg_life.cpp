@@ -36,7 +36,7 @@ int gn_dbg_route = 0;
 namespace {
 
 constexpr int k_dump_period_s = 120;
-constexpr milliseconds k_stop_time{800}; // a stop without hindrance takes 30 ms
+constexpr milliseconds k_stop_time{700}; // a stop without hindrance takes 30 ms
 constexpr milliseconds k_cut_time{100};  // and from when it has cut off what hinders it
 
 constinit std::mutex g_lifecycle;     // held by init and deinit, whose own state follows

@@ -24,7 +24,7 @@ using faults::call;
 
 constexpr uint16_t k_id = 9;
 constexpr double k_no_hang_s = 5; // on a machine that is busy with other things
-constexpr milliseconds k_short{250};
+constexpr milliseconds k_short{600};
 
 void works(const played &p, int /*n*/) {
     EXPECT_TRUE(p.all_well());

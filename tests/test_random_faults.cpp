@@ -105,7 +105,10 @@ TEST_F(RandomFaults, DescriptorsThatAreReallyOutAreMissedWhereTheyAreMissing) {
         played p;
         {
             const free_descriptors few{left};
-            p = play_scenario(node, k_id, milliseconds(left < pipes + sockets ? 100 : 10'000));
+            p = play_scenario(node, k_id,
+                              milliseconds(left <= pipes            ? 100
+                                           : left < pipes + sockets ? 2000
+                                                                    : 10'000));
         }
         EXPECT_EQ(p.init, left < pipes ? -1 : 0) << left;
         EXPECT_EQ(logs::count("pipe create err\n"), left < pipes ? 1U : 0U) << left;

@@ -147,7 +147,7 @@ TEST_P(WallClock, StepLeavesTheEndOfTheSessionAsItIs) {
         g_step_s = g_step_s == 0 ? GetParam() : 0;
         stopper.join();
         EXPECT_GE(took_s, 0.0295);
-        EXPECT_LT(took_s, k_stop_limit_s);
+        EXPECT_LT(took_s, k_busy_limit_s);
     }
     EXPECT_EQ(logs::count("thrio thread exit\n"), 5U);
 }
@@ -163,7 +163,7 @@ TEST_P(WallClock, StepLeavesTheStopOfAHinderedNodeAsItIs) {
     g_step_s = GetParam();
     stopper.join();
     EXPECT_GT(took_s, 0.5);
-    EXPECT_LT(took_s, k_stop_limit_s);
+    EXPECT_LT(took_s, k_busy_limit_s);
     EXPECT_EQ(g_wall_clock_asked, asked) << "nobody wants to know it";
 }
 
