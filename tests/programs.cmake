@@ -90,7 +90,7 @@ if(VEXAMSG_BUILD_TOOLS)
     # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
     foreach(name IN ITEMS send hb explain doctor)
         vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
-            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json)
+            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json TIMEOUT 180)
         target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="${vexa_path}")
         add_dependencies(test_${name}_program vexa)
     endforeach()
@@ -98,7 +98,7 @@ if(VEXAMSG_BUILD_TOOLS)
     vexamsg_test(test_udp_sockets SOURCES test_udp_sockets.cpp LIBRARIES vexa_machine_logic)
 
     vexamsg_test(test_demo_keep SOURCES test_demo_keep.cpp
-        LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json)
+        LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json TIMEOUT 180)
     target_compile_definitions(test_demo_keep PRIVATE
         VEXA_PROGRAM="${vexa_path}" DEMO_PROGRAM="${vexa_demo_path}")
     add_dependencies(test_demo_keep vexa vexa_demo vexa_demo_node)

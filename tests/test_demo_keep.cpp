@@ -51,7 +51,7 @@ pid_t holder_of(uint16_t port) {
 
 TEST(KeptBench, CarriesTrafficAndEndsInOrderOnCtrlC) {
     kept_bench kept;
-    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "VIO_RATE", "--listen", "20"});
+    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "VIO_RATE", "--listen", "60"});
     EXPECT_EQ(heard.status, 0) << heard.output;
     const auto status = bench::run({"send", "--to", "5", "--text", "hello"});
     EXPECT_EQ(status.status, 0) << status.error;
@@ -70,7 +70,7 @@ TEST(KeptBench, GoesOnWithoutANodeThatDies) {
     ASSERT_GT(node, 0);
     ASSERT_EQ(kill(node, SIGKILL), 0);
     EXPECT_TRUE(kept.says("node 3    has ended, status 137"));
-    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "--listen", "20"});
+    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "--listen", "60"});
     EXPECT_EQ(heard.status, 0) << heard.output;
     std::string rest;
     EXPECT_EQ(kept.end(SIGTERM, rest), 0) << rest;
@@ -81,7 +81,7 @@ TEST(KeptBench, GoesOnWithoutANodeThatHangs) {
     const pid_t node = holder_of(9003);
     ASSERT_GT(node, 0);
     ASSERT_EQ(kill(node, SIGSTOP), 0);
-    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "--listen", "20"});
+    const auto heard = bench::run({"hb", "get", "WORK_STATUS", "--listen", "60"});
     EXPECT_EQ(heard.status, 0) << heard.output;
     ASSERT_EQ(kill(node, SIGCONT), 0);
     std::string rest;

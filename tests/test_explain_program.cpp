@@ -172,7 +172,7 @@ TEST(ExplainProgram, OverhearsTheTableWithoutTakingPart) {
     bench::manager manager;
     bench::node five{5};
     bench::node nine{9};
-    bench::program asked{{"explain", "--from", "9", "--to", "5", "--listen", "20", "--json"}};
+    bench::program asked{{"explain", "--from", "9", "--to", "5", "--listen", "60", "--json"}};
     ASSERT_TRUE(wait_until([&] { return asked.error().find("listening") != std::string::npos; }));
     nine.keep_alive();
     const auto answer = asked.end();

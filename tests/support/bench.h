@@ -15,6 +15,8 @@
 #include "route_messages.h"
 #include "udp_peer.h"
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -28,7 +30,7 @@
 
 namespace bench {
 
-constexpr std::chrono::seconds k_patience{20};
+constexpr std::chrono::seconds k_patience{60}; // a busy machine may be slow, and waiting ends with the event
 
 /** What a run of the program has left. */
 struct finished {
@@ -92,7 +94,17 @@ public:
     }
 
 private:
+    /// What joins the bus waits for it as long as the test does, unless the test says otherwise.
     static std::vector<std::string> command(std::vector<std::string> arguments) {
+        constexpr std::array<const char *, 5> joining = {"send", "status", "hb", "explain", "doctor"};
+        const auto has = [&](const char *word) {
+            return std::find(arguments.begin(), arguments.end(), word) != arguments.end();
+        };
+        const bool joins = !arguments.empty() &&
+                           std::find(joining.begin(), joining.end(), arguments.front()) != joining.end();
+        if (joins && !has("--timeout") && !has("--help")) {
+            arguments.insert(arguments.end(), {"--timeout", std::to_string(k_patience.count())});
+        }
         arguments.insert(arguments.begin(), VEXA_PROGRAM);
         return arguments;
     }
