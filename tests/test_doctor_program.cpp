@@ -249,7 +249,7 @@ std::vector<fault> faults_of_nodes() {
          healthy,
          [](stage &) {},
          {{"keep_alive_missing", 5}},
-         "has sent no keep-alive in 10.",
+         "has sent no keep-alive in 1",
          "look at its process"},
     };
 }

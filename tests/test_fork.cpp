@@ -17,7 +17,7 @@
 #include <thread>
 #include <unistd.h>
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(VEXAMSG_UNDER_TSAN)
 #define NEEDS_A_CHILD(what) GTEST_SKIP() << "the thread sanitizer does not survive a child " what
 #else
 #define NEEDS_A_CHILD(what) (void)0
