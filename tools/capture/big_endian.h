@@ -1,4 +1,5 @@
-/** @file Numbers as networks write them, from bytes that need not be aligned. The caller has measured the bytes. */
+/** @file Numbers as networks write them, from bytes that need not be aligned. The caller has measured the
+ * bytes. */
 #ifndef VEXA_BIG_ENDIAN_H
 #define VEXA_BIG_ENDIAN_H
 

@@ -127,8 +127,8 @@ void play_link(stage &on) {
     for (size_t i = 0; i < k_kinds.size(); ++i) {
         rows[i] = &on.paths.add(k_kinds[i].title);
     }
-    on.out.event(node_name(k_sender),
-                 fmt::format("sends {} datagrams of each of {} kinds, in turn", k_datagrams_a_kind, k_kinds.size()));
+    on.out.event(node_name(k_sender), fmt::format("sends {} datagrams of each of {} kinds, in turn",
+                                                  k_datagrams_a_kind, k_kinds.size()));
     std::set<int> sequences;
     for (int number = 1; number <= k_datagrams_a_kind; ++number) {
         for (size_t i = 0; i < k_kinds.size(); ++i) {

@@ -56,7 +56,8 @@ bool is_session(way by) {
 
 } // namespace
 
-relay::relay(settings how) : how_(std::move(how)), counts_(k_relay_counts), ordinals_(k_streams), room_(65536) {
+relay::relay(settings how)
+    : how_(std::move(how)), counts_(k_relay_counts), ordinals_(k_streams), room_(65536) {
     sockets_.emplace(k_manager_port_id, open_socket(k_manager_ip, VX_NODE_PORT_BASE));
     std::vector<uint16_t> ids = how_.ids;
     ids.push_back(k_witness);

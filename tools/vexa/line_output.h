@@ -1,4 +1,5 @@
-/** @file The lines that a subcommand prints while it runs, for a reader at a pipe as for one at a terminal. */
+/** @file The lines that a subcommand prints while it runs, for a reader at a pipe as for one at a terminal.
+ */
 #ifndef VEXA_LINE_OUTPUT_H
 #define VEXA_LINE_OUTPUT_H
 

@@ -14,7 +14,7 @@ namespace {
 
 using clock = node_registry::clock;
 
-constexpr int k_datagrams_per_turn = 64;   // then the clock and the signals are looked at again
+constexpr int k_datagrams_per_turn = 64; // then the clock and the signals are looked at again
 
 class manager_server {
 public:
