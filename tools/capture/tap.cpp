@@ -2,9 +2,9 @@
 #include "tap.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <system_error>
@@ -84,12 +84,14 @@ tap_end bus_tap::run(const taker &take) {
 
 tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
     tap_end why = tap_end::enough;
+    std::vector<pollfd> all = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
+    std::ranges::transform(also_, std::back_inserter(all), [](int fd) { return pollfd{fd, POLLIN, 0}; });
     for (;;) {
-        std::array<pollfd, 2> both = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
-        if (poll(both.data(), both.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
+        all[0].revents = 0;
+        if (poll(all.data(), all.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        if (both[0].revents != 0) {
+        if (all[0].revents != 0) {
             return tap_end::asked;
         }
         if (!take_waiting(take, why)) {

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace vexa {
 
@@ -57,6 +58,10 @@ public:
     tap_end run(const taker &take);
     tap_end run(const taker &take, const idler &idle, int idle_ms);
 
+    /** Lets the idler be called also as soon as this descriptor is readable. It stays the caller's; -1 is
+     * none. */
+    void wake_on(int fd) { also_.push_back(fd); }
+
     [[nodiscard]] capture_counts counts() const { return capture_.counts(); }
 
 private:
@@ -66,6 +71,7 @@ private:
     capture capture_;
     datagram_assembler assembler_;
     int end_signals_;
+    std::vector<int> also_; // descriptors that wake
     std::chrono::steady_clock::time_point until_;
     bool limited_;
 };
