@@ -39,6 +39,7 @@ bus_tap::bus_tap(const tap_options &options)
     : capture_(options.file.empty() ? capture::live(options.interface, options.how)
                                     : capture::file(options.file)),
       end_signals_(open_signals()),
+      last_packets_(2 * options.how.delay_ms),
       limited_(options.timeout_s > 0) {
     const std::chrono::duration<double> limit(options.timeout_s);
     until_ = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(limit);
@@ -77,6 +78,18 @@ bool bus_tap::take_waiting(const taker &take, tap_end &why) {
     return wanted;
 }
 
+/// What has happened before the end is still seen: the system collects packets for a while before it shows
+/// them.
+void bus_tap::take_last(const taker &take) {
+    const auto end = steady_clock::now() + last_packets_;
+    tap_end why = tap_end::enough;
+    do {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+        pollfd one{capture_.fd(), POLLIN, 0};
+        (void)poll(&one, 1, static_cast<int>(std::max<int64_t>(left, 0)));
+    } while (take_waiting(take, why) && steady_clock::now() < end && capture_.is_live());
+}
+
 tap_end bus_tap::run(const taker &take) {
     return run(
         take, [] { return true; }, k_longest_poll_ms);
@@ -92,6 +105,7 @@ tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         if (all[0].revents != 0) {
+            take_last(take);
             return tap_end::asked;
         }
         if (!take_waiting(take, why)) {

@@ -52,7 +52,8 @@ public:
 
     /**
      * Hands on datagrams until one of the reasons to end. Nothing that the taker does may keep it longer than
-     * the system's buffer lasts; what is lost meanwhile is counted.
+     * the system's buffer lasts; what is lost meanwhile is counted. What has come before a signal is handed
+     * on.
      * @throws capture_error when a file is damaged or the interface goes
      */
     tap_end run(const taker &take);
@@ -66,12 +67,14 @@ public:
 
 private:
     bool take_waiting(const taker &take, tap_end &why);
+    void take_last(const taker &take);
     [[nodiscard]] int patience_ms(int idle_ms) const;
 
     capture capture_;
     datagram_assembler assembler_;
     int end_signals_;
-    std::vector<int> also_; // descriptors that wake
+    std::vector<int> also_;                  // descriptors that wake
+    std::chrono::milliseconds last_packets_; // for which is listened after a signal
     std::chrono::steady_clock::time_point until_;
     bool limited_;
 };

@@ -26,7 +26,7 @@ struct node_socket {
     uint64_t drops = 0;         /**< since the socket was opened */
     uint64_t new_drops = 0;     /**< since it was first seen here */
     double drops_per_s = 0;     /**< between the last two looks */
-    std::string holder = {};         /**< "PID 4711 (soa)" */
+    std::string holder = {};    /**< "PID 4711 (soa)" */
 };
 
 class socket_watch {

@@ -34,11 +34,11 @@ struct flow_row {
 
 /** All that there is to show of a moment. */
 struct top_numbers {
-    std::string source; /**< "any" */
+    std::string source = {}; /**< "any" */
     int64_t now_ns = 0;
-    std::vector<flow_row> flows;
-    std::vector<node_socket> sockets;
-    capture_counts capture;
+    std::vector<flow_row> flows = {};
+    std::vector<node_socket> sockets = {};
+    capture_counts capture = {};
     uint64_t forgotten = 0; /**< flows */
 };
 
