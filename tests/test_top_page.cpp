@@ -101,7 +101,7 @@ TEST(TopPage, ShowsTotalsDropsAndFlowsTheFastestFirst) {
 TEST(TopPage, ShowsBarsOfTheLastSecondsTheNewestAtTheRight) {
     page top;
     EXPECT_THAT(top.lines({.columns = 170, .rows = 24})[3],
-                testing::EndsWith("  0.0 s  " + std::string(56, ' ') + "▇███"));
+                testing::EndsWith("  0.0 s  " + std::string(57, ' ') + "███"));
 }
 
 TEST(TopPage, SortsByEachColumnAndReverses) {

@@ -42,6 +42,11 @@ std::optional<double> bytes_of(const std::optional<rate> &r) {
     return r ? std::optional{r->bytes} : std::nullopt;
 }
 
+/// "1 flow", "2 flows".
+std::string counted(size_t number, const char *what) {
+    return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
+}
+
 /// Two digits of it: what differs less stays where it is.
 double coarse(std::optional<double> value) {
     if (!value || *value <= 0) {
@@ -136,9 +141,8 @@ text_line title_of(const top_numbers &numbers, const std::vector<flow_row> &rows
     const rate sum = sum_of(rows);
     std::string text = fmt::format(" vexa top  {}  {}  ", look.paused ? "PAUSED" : numbers.source,
                                    clock_text(numbers.now_ns));
-    text += rows.size() == numbers.flows.size()
-                ? fmt::format("{} flows", rows.size())
-                : fmt::format("{} of {} flows", rows.size(), numbers.flows.size());
+    const std::string of = rows.size() == numbers.flows.size() ? "" : fmt::format("{} of ", rows.size());
+    text += fmt::format("{}{}", of, counted(numbers.flows.size(), "flow"));
     text += fmt::format("  {} messages/s  {} bytes/s", rate_text(sum.messages), bytes_text(sum.bytes));
     text_line line(text, tone::bar);
     line.fill(width);
@@ -158,7 +162,7 @@ text_line losses_of(const top_numbers &numbers) {
     text_line line(" drops: ", tone::faint);
     line.add(fmt::format("capture {}", numbers.capture.dropped),
              numbers.capture.dropped > 0 ? tone::bad : tone::faint);
-    line.add(fmt::format(", sockets of {} nodes {}", numbers.sockets.size(), sum),
+    line.add(fmt::format(", sockets of {} {}", counted(numbers.sockets.size(), "node"), sum),
              sum > 0 ? tone::bad : tone::faint);
     line.add(losers.empty() ? "" : fmt::format(": {}", fmt::join(losers, ", ")), tone::bad);
     line.add(numbers.forgotten > 0 ? fmt::format(", {} flows forgotten", numbers.forgotten) : "", tone::bad);
