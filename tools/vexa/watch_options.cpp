@@ -22,8 +22,10 @@ tap_options watch_options::once_tap() const {
 }
 
 void add_watch_options(CLI::App &command, watch_options &options) {
-    CLI::Option *file = command.add_option("-r,--read", options.tap.file,
-                                           "a pcap or pcapng file instead; - is standard input");
+    CLI::Option *file =
+        command
+            .add_option("-r,--read", options.tap.file, "a pcap or pcapng file instead; - is standard input")
+            ->type_name("FILE");
     command
         .add_option("-i,--interface", options.tap.interface, "network interface to listen on; any for all")
         ->capture_default_str()
