@@ -1,4 +1,5 @@
 // `vexa nodes` as a user sees it: on a bench with a node manager, live on a pseudo-terminal and once.
+#include "emulator.h"
 #include "terminal_bench.h"
 #include "wait.h"
 
@@ -9,6 +10,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 TEST(Nodes, FollowsWhoComesAndGoes) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     bench::manager manager;
     bench::node five{5};
     on_terminal nodes({"nodes", "-i", "lo", "--interval", "0.05"});
@@ -27,6 +29,7 @@ TEST(Nodes, FollowsWhoComesAndGoes) {
 }
 
 TEST(Nodes, IsShownOnceWithoutTakingPart) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     bench::manager manager;
     bench::node five{5};
     bench::program nodes{{"nodes", "-i", "lo", "--json", "--listen", "60"}};
@@ -41,6 +44,7 @@ TEST(Nodes, IsShownOnceWithoutTakingPart) {
 }
 
 TEST(Nodes, SaysThatNobodyWasHeard) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     const auto shown = run({"nodes", "-i", "lo", "--once", "--listen", "0.1"});
     EXPECT_EQ(shown.status, 1);
     EXPECT_EQ(shown.output, "");

@@ -1,4 +1,5 @@
 // `vexa top` as a user sees it: on a pseudo-terminal, on the loopback device of a network of the test's own.
+#include "emulator.h"
 #include "terminal_bench.h"
 #include "wait.h"
 
@@ -47,7 +48,7 @@ std::vector<way_to_end> ends() {
             {"SIGTERM", [](on_terminal &top) { top.signal(SIGTERM); }, 0},
             {"SIGHUP", [](on_terminal &top) { top.signal(SIGHUP); }, 0},
             {"CtrlBackslash", [](on_terminal &top) { top.press("\x1c"); }, 0},
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they take these signals for themselves
+#if !defined(VEXAMSG_UNDER_ASAN) && !defined(VEXAMSG_UNDER_TSAN) // they take these signals for themselves
             {"SIGSEGV", [](on_terminal &top) { top.signal(SIGSEGV); }, 128 + SIGSEGV},
             {"SIGABRT", [](on_terminal &top) { top.signal(SIGABRT); }, 128 + SIGABRT},
 #endif
@@ -62,6 +63,7 @@ const std::string k_three = "vio(3)";
 } // namespace
 
 TEST(Top, ItsFirstPictureTakesOverTheTerminal) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     EXPECT_TRUE(top.screen().is_second_screen());
     EXPECT_FALSE(top.screen().shows_cursor());
@@ -72,6 +74,7 @@ TEST(Top, ItsFirstPictureTakesOverTheTerminal) {
 }
 
 TEST(Top, ShowsAFlowAsItComes) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     senders bus;
     bus.nine_speaks();
@@ -80,6 +83,7 @@ TEST(Top, ShowsAFlowAsItComes) {
 }
 
 TEST(Top, SortsAtAKey) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     senders bus;
     bus.nine_speaks();
@@ -92,6 +96,7 @@ TEST(Top, SortsAtAKey) {
 }
 
 TEST(Top, FiltersByWhatIsTyped) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     senders bus;
     bus.nine_speaks();
@@ -105,6 +110,7 @@ TEST(Top, FiltersByWhatIsTyped) {
 }
 
 TEST(Top, HoldsThePicture) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     senders bus;
     bus.nine_speaks();
@@ -122,6 +128,7 @@ TEST(Top, HoldsThePicture) {
 }
 
 TEST(Top, FollowsTheWindowsSizeWithoutWrapping) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     senders bus;
     bus.nine_speaks();
@@ -150,6 +157,7 @@ TEST(Top, FollowsTheWindowsSizeWithoutWrapping) {
 }
 
 TEST_P(TopsEnd, GivesTheTerminalBack) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     GetParam().end(top);
     EXPECT_EQ(top.end(), GetParam().status);
@@ -160,6 +168,7 @@ INSTANTIATE_TEST_SUITE_P(By, TopsEnd, testing::ValuesIn(ends()),
                          [](const auto &each) { return std::string{each.param.name}; });
 
 TEST(Top, GivesTheTerminalBackWhileItIsStopped) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     top.press("\x1a");
     ASSERT_TRUE(top.wait_stopped(bench::k_patience));
@@ -172,12 +181,14 @@ TEST(Top, GivesTheTerminalBackWhileItIsStopped) {
 }
 
 TEST(Top, EndsWhenItsWindowIsClosed) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_top top;
     top.hang_up();
     EXPECT_EQ(top.end(), 0);
 }
 
 TEST(Top, SeesWhatTheSystemDropsAtANodesSocket) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     udp_peer five("192.168.1.5", 9005); // which reads nothing
     live_top top;
     ASSERT_TRUE(top.shows("sockets of 1 node 0"));
@@ -191,6 +202,7 @@ TEST(Top, SeesWhatTheSystemDropsAtANodesSocket) {
 }
 
 TEST(Top, IsShownOnceWhereTheOutputIsNoTerminal) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     bench::program top{{"top", "-i", "lo", "--listen", "60"}};
     ASSERT_TRUE(wait_until([&] { return !top.error().empty(); }, bench::k_patience));
     senders bus;
@@ -205,6 +217,7 @@ TEST(Top, IsShownOnceWhereTheOutputIsNoTerminal) {
 }
 
 TEST(Top, IsShownOnceOnATerminalWhenAsked) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     on_terminal top({"top", "-i", "lo", "--once", "--listen", "0.1"});
     EXPECT_EQ(top.end(), 0);
     EXPECT_TRUE(top.is_given_back());
@@ -224,6 +237,7 @@ TEST(Top, WrongUsageIsStatusTwo) {
 }
 
 TEST(Top, SaysWhyNothingCanBeCaptured) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     const auto absent = run({"top", "-i", "eth77"});
     EXPECT_EQ(absent.status, 1);
     EXPECT_THAT(absent.error, HasSubstr("There is no interface 'eth77'"));

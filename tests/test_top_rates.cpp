@@ -86,6 +86,7 @@ TEST(TopRates, OfAFileAreRightWithinOnePercentAndCountsExact) {
 /// How fast a test can send is the machine's to say: the true rate lies between two bounds, which the test
 /// reads from the clock just before and just after its first and its last message.
 TEST(TopRates, OfALiveCaptureAreRightWithinOnePercentAndCountsExact) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     constexpr int k_messages = 3000;
     udp_peer receiver("192.168.1.5", 9005);
     udp_peer sender("192.168.1.9", 9009);
@@ -119,8 +120,8 @@ TEST(TopRates, OfALiveCaptureAreRightWithinOnePercentAndCountsExact) {
 /// Below 10 % of a core at 10,000 messages a second is below 10 us of processor time for a message; the time
 /// of starting, drawing and ending is shared out among them.
 TEST(TopRates, AMessageCostsLessThanTenMicroseconds) {
-    SKIP_IN_EMULATOR("the time is the emulator's");
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
+#if defined(VEXAMSG_UNDER_ASAN) || defined(VEXAMSG_UNDER_TSAN) || !defined(NDEBUG)
     GTEST_SKIP() << "the time is the sanitizer's, or that of code that is not optimised";
 #endif
     constexpr int k_messages = 10'000;

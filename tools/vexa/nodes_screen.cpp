@@ -13,8 +13,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr size_t k_head_lines = 2; // title, names of the columns
-constexpr size_t k_foot_lines = 1;
+constexpr size_t k_lines_around = 3; // title, names of the columns, keys
 constexpr int64_t k_silence_ns = 21'000'000'000; // two keep-alives, and a second for being late
 
 std::string address_text(const seen_node &node) {
@@ -87,13 +86,12 @@ text_line title_of(const nodes_numbers &numbers, const nodes_look &look, size_t 
 text_screen nodes_screen(const nodes_numbers &numbers, const nodes_look &look, screen_size size) {
     const text_table table = table_of(numbers);
     std::vector<text_line> rows = lay_out(table, size.columns);
-    const size_t used = k_head_lines + k_foot_lines;
-    const size_t room = size.rows > used ? size.rows - used : 0;
+    const size_t room = size.rows > k_lines_around ? size.rows - k_lines_around : 0;
     const size_t skip = std::min(look.first_row, table.rows.size() > room ? table.rows.size() - room : 0);
     rows.erase(rows.begin() + 1, rows.begin() + 1 + static_cast<std::ptrdiff_t>(skip));
     text_screen lines = {title_of(numbers, look, size.columns)};
     lines.insert(lines.end(), rows.begin(), rows.end());
-    lines.resize(std::max(size.rows, k_foot_lines) - k_foot_lines);
+    lines.resize(std::max<size_t>(size.rows, 1) - 1);
     lines.emplace_back(" q quit  p pause  Up Down scroll", tone::faint);
     limit(lines, size);
     return lines;

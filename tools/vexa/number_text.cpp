@@ -14,7 +14,7 @@
 namespace vexa {
 namespace {
 
-constexpr int64_t k_ns_per_s = 1'000'000'000;
+constexpr int64_t k_second_ns = 1'000'000'000;
 constexpr auto k_blocks = std::to_array<const char *>({" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"});
 constexpr auto k_letters = std::to_array<const char *>({" ", ".", ":", "-", "=", "+", "*", "#", "%"});
 
@@ -42,7 +42,7 @@ std::string bytes_text(std::optional<double> bytes) {
 }
 
 std::string age_text(int64_t age_ns) {
-    const double seconds = static_cast<double>(std::max<int64_t>(age_ns, 0)) / k_ns_per_s;
+    const double seconds = static_cast<double>(std::max<int64_t>(age_ns, 0)) / k_second_ns;
     return seconds < 9.95   ? fmt::format("{:.1f} s", seconds)
            : seconds < 120  ? fmt::format("{:.0f} s", seconds)
            : seconds < 7200 ? fmt::format("{:.0f} min", seconds / 60)
@@ -60,7 +60,7 @@ std::string bars_text(const std::vector<uint32_t> &numbers, bool in_blocks) {
 }
 
 std::string clock_text(int64_t time_ns) {
-    return fmt::format("{:%H:%M:%S}", fmt::localtime(static_cast<std::time_t>(time_ns / k_ns_per_s)));
+    return fmt::format("{:%H:%M:%S}", fmt::localtime(static_cast<std::time_t>(time_ns / k_second_ns)));
 }
 
 bool has_utf8() {
