@@ -1,6 +1,8 @@
 // A child process on a pseudo-terminal. See terminal_process.h.
 #include "terminal_process.h"
 
+#include "descriptors.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -14,7 +16,6 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 #include <utmp.h>
 
@@ -23,21 +24,11 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr int k_cannot_run = 127;
-
-[[noreturn]] void fail(const char *what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 winsize size_of(size_t columns, size_t rows) {
     winsize size{};
     size.ws_col = static_cast<unsigned short>(columns);
     size.ws_row = static_cast<unsigned short>(rows);
     return size;
-}
-
-milliseconds left_until(steady_clock::time_point end) {
-    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(end - steady_clock::now()));
 }
 
 std::chrono::microseconds sum_of(const rusage &use) {
@@ -52,13 +43,6 @@ std::chrono::microseconds sum_of(const rusage &use) {
         execvp(argv[0], argv);
     }
     _exit(k_cannot_run);
-}
-
-void close_if_open(int &fd) {
-    if (fd >= 0) {
-        (void)close(fd);
-        fd = -1;
-    }
 }
 
 } // namespace
