@@ -95,6 +95,15 @@ if(VEXAMSG_BUILD_TOOLS)
         add_dependencies(test_${name}_program vexa)
     endforeach()
 
+    # What `vexa nodes` and `vexa top` count and draw, and the programs on a terminal.
+    vexamsg_test(test_watch SOURCES test_rate_meter.cpp test_flow_table.cpp test_socket_watch.cpp test_node_watch.cpp
+            test_text_screen.cpp test_top_page.cpp
+        LIBRARIES vexa_watch_logic nlohmann_json::nlohmann_json)
+    vexamsg_test(test_watch_program SOURCES test_nodes_program.cpp test_top_program.cpp test_top_rates.cpp
+        LIBRARIES vexa_process vexa_machine_logic nlohmann_json::nlohmann_json PCAP::PCAP TIMEOUT 180)
+    target_compile_definitions(test_watch_program PRIVATE VEXA_PROGRAM="${vexa_path}")
+    add_dependencies(test_watch_program vexa)
+
     vexamsg_test(test_udp_sockets SOURCES test_udp_sockets.cpp LIBRARIES vexa_machine_logic)
 
     vexamsg_test(test_demo_keep SOURCES test_demo_keep.cpp

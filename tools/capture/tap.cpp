@@ -2,9 +2,9 @@
 #include "tap.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <system_error>
@@ -39,6 +39,7 @@ bus_tap::bus_tap(const tap_options &options)
     : capture_(options.file.empty() ? capture::live(options.interface, options.how)
                                     : capture::file(options.file)),
       end_signals_(open_signals()),
+      last_packets_(2 * options.how.delay_ms),
       limited_(options.timeout_s > 0) {
     const std::chrono::duration<double> limit(options.timeout_s);
     until_ = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(limit);
@@ -77,6 +78,18 @@ bool bus_tap::take_waiting(const taker &take, tap_end &why) {
     return wanted;
 }
 
+/// What has happened before the end is still seen: the system collects packets for a while before it shows
+/// them.
+void bus_tap::take_last(const taker &take) {
+    const auto end = steady_clock::now() + last_packets_;
+    tap_end why = tap_end::enough;
+    do {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+        pollfd one{capture_.fd(), POLLIN, 0};
+        (void)poll(&one, 1, static_cast<int>(std::max<int64_t>(left, 0)));
+    } while (take_waiting(take, why) && steady_clock::now() < end && capture_.is_live());
+}
+
 tap_end bus_tap::run(const taker &take) {
     return run(
         take, [] { return true; }, k_longest_poll_ms);
@@ -84,12 +97,15 @@ tap_end bus_tap::run(const taker &take) {
 
 tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
     tap_end why = tap_end::enough;
+    std::vector<pollfd> all = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
+    std::ranges::transform(also_, std::back_inserter(all), [](int fd) { return pollfd{fd, POLLIN, 0}; });
     for (;;) {
-        std::array<pollfd, 2> both = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
-        if (poll(both.data(), both.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
+        all[0].revents = 0;
+        if (poll(all.data(), all.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        if (both[0].revents != 0) {
+        if (all[0].revents != 0) {
+            take_last(take);
             return tap_end::asked;
         }
         if (!take_waiting(take, why)) {

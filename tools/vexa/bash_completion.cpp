@@ -109,7 +109,8 @@ std::string bash_completion(const std::vector<command_node> &commands) {
     const std::string values = row("NODE", names_in(k_node_names)) +
                                row("NODE|broadcast", names_in(k_node_names, "broadcast")) +
                                row("TYPE", names_in(k_type_names)) + row("FIELD", names_in(k_field_names)) +
-                               row("FIELD=VALUE", names_in(k_field_names, "", "=")) + row("SHELL", "bash");
+                               row("FIELD=VALUE", names_in(k_field_names, "", "=")) + row("SHELL", "bash") +
+                               row("COLUMN", "from to kind type rate bytes last");
     std::string script = k_head;
     const std::array<std::pair<const char *, const std::string *>, 5> arrays = {
         {{"children", &all.children},

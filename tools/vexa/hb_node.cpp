@@ -183,8 +183,8 @@ std::string time_text() {
     return fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(static_cast<std::time_t>(ms / 1000)), ms % 1000);
 }
 
-void print_change(const frame_view &view, const frame_member &member, bool json) {
-    if (json) {
+void print_change(const frame_view &view, const frame_member &member, bool in_json) {
+    if (in_json) {
         say(ordered_json{{"event", "change"}, {"member", member.name}, {"value", view.value(member)}}.dump());
     } else {
         say(fmt::format("{}  {} = {}", time_text(), member.name, view.value(member)));
