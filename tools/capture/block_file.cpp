@@ -30,6 +30,11 @@ int create(const std::string &name, block_file::existing how) {
     return fd;
 }
 
+/// 0, or errno. A pipe or device has nothing to sync, which is no failure.
+int to_disk(int fd) {
+    return fdatasync(fd) == 0 || errno == EINVAL || errno == EROFS ? 0 : errno;
+}
+
 /// A new file is found after a power cut when its directory is on the disk too. Not every file system can.
 void sync_directory_of(const std::string &name) {
     const std::filesystem::path path = std::filesystem::path(name).parent_path();
@@ -47,6 +52,9 @@ block_file::block_file(std::string name, existing how) : name_(std::move(name)),
 }
 
 block_file::~block_file() {
+    if (syncing_.valid()) {
+        syncing_.wait();
+    }
     (void)close(fd_); // what matters was synced, and was told when it failed
 }
 
@@ -83,19 +91,34 @@ void block_file::give_up(size_t written, int error) {
                                  strerror(error), more, written_));
 }
 
-void block_file::sync() {
+/// Waits for the sync that goes on, if any.
+void block_file::end_sync() {
+    const int error = syncing_.valid() ? syncing_.get() : 0;
+    if (error != 0) {
+        throw file_error(fmt::format("cannot write {}: {}", name_, strerror(error)));
+    }
+}
+
+void block_file::start_sync() {
+    end_sync();
     flush();
-    // A pipe or device has nothing to sync, which is no failure.
-    if (unsynced_ && fdatasync(fd_) != 0 && errno != EINVAL && errno != EROFS) {
-        throw file_error(fmt::format("cannot write {}: {}", name_, strerror(errno)));
+    if (unsynced_) {
+        syncing_ = std::async(std::launch::async, to_disk, fd_);
     }
     unsynced_ = false;
     synced_at_ = std::chrono::steady_clock::now();
 }
 
+void block_file::sync() {
+    start_sync();
+    end_sync();
+}
+
 void block_file::sync_when_due() {
-    if (std::chrono::steady_clock::now() - synced_at_ >= k_sync_interval) {
-        sync();
+    const bool is_going_on =
+        syncing_.valid() && syncing_.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+    if (!is_going_on && std::chrono::steady_clock::now() - synced_at_ >= k_sync_interval) {
+        start_sync();
     }
 }
 

@@ -10,13 +10,14 @@
  *
  * When the disk is full, the file is cut back to its last whole block, so that it can be read.
  *
- * @par Threads  One object is used by one thread.
+ * @par Threads  One object is used by one thread; syncs go on in another one of its own.
  */
 #ifndef VEXA_BLOCK_FILE_H
 #define VEXA_BLOCK_FILE_H
 
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -51,7 +52,8 @@ public:
     /** Flushes, and waits until the disk has it. @throws file_error */
     void sync();
 
-    /** sync(), when something was appended and the last time is a second ago. @throws file_error */
+    /** Starts a sync() once a second when something was appended. A slow disk keeps nobody waiting: what
+     * comes meanwhile can be appended and flushed. @throws file_error, also for the sync before */
     void sync_when_due();
 
     [[nodiscard]] const std::string &name() const { return name_; }
@@ -61,12 +63,15 @@ public:
 
 private:
     [[noreturn]] void give_up(size_t written, int error);
+    void start_sync();
+    void end_sync();
 
     std::string name_;
     int fd_;
     uint64_t written_ = 0; // [bytes] of whole blocks in the file
     std::vector<uint8_t> waiting_;
     bool unsynced_ = false;
+    std::future<int> syncing_; // errno of what is going on
     std::chrono::steady_clock::time_point synced_at_ = std::chrono::steady_clock::now();
 };
 

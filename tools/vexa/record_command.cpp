@@ -158,12 +158,20 @@ private:
             fmt::print(stderr, "vexa record: nothing has triggered, and nothing was written; {}\n",
                        losses(counts));
         } else {
-            const auto &files = recorder_.written()->files();
-            fmt::print(stderr, "vexa record: {} messages, {} in {}{}; {}\n", recorder_.messages(),
-                       size_text(recorder_.written()->size()), files.back(),
-                       files.size() > 1 ? fmt::format(" and {} files before it", files.size() - 1) : "",
-                       losses(counts));
+            fmt::print(stderr, "vexa record: {} messages, {} in {}; {}\n", recorder_.messages(),
+                       size_text(recorder_.written()->size()), where(), losses(counts));
         }
+    }
+
+    [[nodiscard]] std::string where() const {
+        const recording &to = *recorder_.written();
+        if (to.files_begun() == 1) {
+            return to.name();
+        }
+        const std::string kept = to.files().size() < to.files_begun()
+                                     ? fmt::format(", of which the last {} are kept", to.files().size())
+                                     : "";
+        return fmt::format("{} files{}, up to {}", to.files_begun(), kept, to.name());
     }
 
     [[nodiscard]] nlohmann::ordered_json result_json(const capture_counts &counts) const {

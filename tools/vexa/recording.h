@@ -52,6 +52,9 @@ public:
 
     /** The files that are there now, the oldest first. */
     [[nodiscard]] const std::deque<std::string> &files() const { return files_; }
+
+    /** How many there were, those removed too. */
+    [[nodiscard]] size_t files_begun() const { return number_; }
     [[nodiscard]] uint64_t packets() const { return packets_; }
 
     /** [bytes] of all files, those removed too. */
