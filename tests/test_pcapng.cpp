@@ -130,13 +130,13 @@ size_t shown_by_tshark(const std::string &path) {
 TEST(Pcapng, ASectionHeaderSaysWhoWroteIt) {
     bytes_t block;
     pcapng::add_section(block, {.application = "vexa!", .os = "Linux", .comment = "why"});
-    EXPECT_EQ(block, (bytes_t{0x0A, 0x0D, 0x0D, 0x0A, 68,   0,    0,    0,                  // type, length
+    EXPECT_EQ(block, (bytes_t{0x0A, 0x0D, 0x0D, 0x0A, 64,   0,    0,    0,                  // type, length
                               0x4D, 0x3C, 0x2B, 0x1A, 1,    0,    0,    0,                  // byte order, 1.0
                               0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,               // length unknown
                               1,    0,    3,    0,    'w',  'h',  'y',  0,                  // comment
                               3,    0,    5,    0,    'L',  'i',  'n',  'u',  'x', 0, 0, 0, // os
                               4,    0,    5,    0,    'v',  'e',  'x',  'a',  '!', 0, 0, 0, // application
-                              0,    0,    0,    0,    68,   0,    0,    0}));
+                              0,    0,    0,    0,    64,   0,    0,    0}));
 }
 
 TEST(Pcapng, AnInterfaceCountsInNanoseconds) {

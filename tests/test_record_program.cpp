@@ -20,7 +20,7 @@ namespace {
 
 constexpr int64_t k_ns_per_s = 1'000'000'000;
 
-words command(const std::string &file, const words &options = {}) {
+words record_to(const std::string &file, const words &options = {}) {
     words all = {"record", "-i", "lo", file};
     all.insert(all.end(), options.begin(), options.end());
     return all;
@@ -30,7 +30,7 @@ words command(const std::string &file, const words &options = {}) {
 class live_record : public bench::program {
 public:
     explicit live_record(const std::string &file, const words &options = {})
-        : bench::program(command(file, options)) {
+        : bench::program(record_to(file, options)) {
         EXPECT_TRUE(wait_until([this] { return says("recording on lo"); }, bench::k_patience)) << error();
     }
     [[nodiscard]] bool says(const std::string &text) const { return error().find(text) != std::string::npos; }
@@ -112,7 +112,7 @@ TEST(Record, TellsAScriptWhatItHasDone) {
 TEST(Record, OverwritesOnlyByForce) {
     const recordings::directory place;
     recordings::write(place.path("a.pcapng"), {});
-    const auto refused = run(command(place.path("a.pcapng")));
+    const auto refused = run(record_to(place.path("a.pcapng")));
     EXPECT_EQ(refused.status, 1);
     EXPECT_THAT(refused.error, HasSubstr("a.pcapng exists already; choose another name"));
     live_record program(place.path("a.pcapng"), {"--force", "--count", "1"});
@@ -123,7 +123,7 @@ TEST(Record, OverwritesOnlyByForce) {
 
 TEST(Record, EndsAfterTheTimeAndBeforeTheSizeGiven) {
     const recordings::directory place;
-    const auto timed = run(command(place.path("a.pcapng"), {"--max-time", "100ms"}));
+    const auto timed = run(record_to(place.path("a.pcapng"), {"--max-time", "100ms"}));
     EXPECT_EQ(timed.status, 0);
     EXPECT_THAT(timed.error, HasSubstr("0 messages"));
     live_record sized(place.path("b.pcapng"), {"--max-size", "1kB"});
@@ -214,7 +214,7 @@ TEST(Record, ADiskThatIsFullIsSaidAndTheFileStaysReadable) {
     const recordings::directory place;
     const std::string limited = "ulimit -f 4; exec \"$0\" \"$@\""; // 4 kB or 2 kB, as the shell counts
     words all = {"sh", "-c", limited, VEXA_PROGRAM};
-    const words rest = command(place.path("a.pcapng"));
+    const words rest = record_to(place.path("a.pcapng"));
     all.insert(all.end(), rest.begin(), rest.end());
     child_process program(all, {.error_file = "", .merge_errors = true});
     EXPECT_THAT(program.wait_line(bench::k_patience).value_or(""), HasSubstr("recording on lo"));
@@ -241,7 +241,7 @@ TEST(Record, RefusesWhatMakesNoSense) {
         {{"--max-size", "5s"}, "is no size"},
     };
     for (const auto &[options, complaint] : rows) {
-        const auto result = run(command(place.path("a.pcapng"), options));
+        const auto result = run(record_to(place.path("a.pcapng"), options));
         EXPECT_EQ(result.status, 2) << complaint;
         EXPECT_THAT(result.error + result.output, HasSubstr(complaint));
     }
@@ -253,7 +253,7 @@ TEST(Record, SaysWhatCannotBeRecordedOrWritten) {
     const auto absent = run({"record", "-i", "eth77", "/tmp/never.pcapng"});
     EXPECT_EQ(absent.status, 1);
     EXPECT_THAT(absent.error, HasSubstr("There is no interface 'eth77'"));
-    const auto nowhere = run(command("/nowhere/a.pcapng"));
+    const auto nowhere = run(record_to("/nowhere/a.pcapng"));
     EXPECT_EQ(nowhere.status, 1);
     EXPECT_THAT(nowhere.error, HasSubstr("cannot create /nowhere/a.pcapng: No such file or directory"));
 }

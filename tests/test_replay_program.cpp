@@ -147,7 +147,8 @@ TEST(Replay, LoopsUntilItIsEnded) {
     endless.signal(SIGINT);
     const auto result = endless.end();
     EXPECT_EQ(result.status, 0);
-    EXPECT_GE(result.json()["rounds"], 10);
+    EXPECT_GE(result.json()["rounds"], 9);
+    EXPECT_EQ(result.json()["ended_early"], true);
 }
 
 TEST(Replay, MapsIdsAndAddresses) {
@@ -222,6 +223,7 @@ TEST(Replay, RefusesWhatMakesNoSense) {
         EXPECT_EQ(result.status, 2) << complaint;
         EXPECT_THAT(result.error + result.output, HasSubstr(complaint));
     }
+    EXPECT_EQ(run({"replay", "-"}).status, 2) << "what is read twice is no pipe";
     const auto absent = run({"replay", "/nowhere.pcapng"});
     EXPECT_EQ(absent.status, 1);
     EXPECT_THAT(absent.error, HasSubstr("/nowhere.pcapng"));

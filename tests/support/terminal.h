@@ -11,6 +11,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
@@ -18,6 +19,7 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utmp.h>
 #include <vector>
 
 class terminal {

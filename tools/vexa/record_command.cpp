@@ -93,8 +93,13 @@ public:
             tap_.wake_on(trigger_signal_->get());
             say_how_to_trigger();
         }
-        (void)tap_.run_packets([this](const raw_packet &packet) { return recorder_.take(packet); },
-                               [this] { return tick(); }, k_tick_ms);
+        try {
+            (void)tap_.run_packets([this](const raw_packet &packet) { return recorder_.take(packet); },
+                                   [this] { return tick(); }, k_tick_ms);
+        } catch (const capture_error &) { // the interface has gone; what came is kept
+            recorder_.finish(tap_.counts());
+            throw;
+        }
         recorder_.finish(tap_.counts());
         line_.clear();
         say_result();
@@ -237,9 +242,10 @@ void add_files(CLI::App &command, record_options &options) {
         ->check(CLI::Range(size_t{1}, size_t{1} << 32))
         ->type_name("N")
         ->needs(split);
-    CLI::Option *ring = add_amount(command, "--ring", options.recorder.ring,
-                                   "keep only the newest in memory, so much or so long (and 256 MB at most), "
-                                   "and write them when something triggers");
+    CLI::Option *ring =
+        add_amount(command, "--ring", options.recorder.ring,
+                   "keep only the newest in memory, so much or so long (and then 256 MB at most), "
+                   "and write them when something triggers");
     ring->excludes(split);
     for (const char *limit : {"--count", "--max-size"}) {
         ring->excludes(command.get_option(limit));
@@ -273,7 +279,8 @@ void add_record_command(CLI::App &app, int &status) {
     auto options = std::make_shared<record_options>();
     add_options(*command, *options);
     command->footer(fmt::format(
-        "\nSIZE: 500kB, 10MB, 1GB. TIME: 500ms, 30s, 5min, 1h; without a unit seconds.\n"
+        "\nSIZE: 500kB, 10MB, 1GB. TIME: 500ms, 30s, 5min, 1h; where only a time fits, a number alone is "
+        "seconds.\n"
         "{}\n\n"
         "A kill takes at most the last 0.2 seconds of the recording and a power cut the last second: what "
         "was written before can be read.\n"

@@ -34,6 +34,8 @@ class recorder {
 public:
     /** Creates the file, or sees whether it could. @throws file_error */
     recorder(recorder_options how, pcapng::section about, pcapng::interface from);
+    recorder(const recorder &) = delete;
+    recorder &operator=(const recorder &) = delete;
 
     /** Takes a packet; false when no more are wanted. @throws file_error */
     bool take(const raw_packet &packet);

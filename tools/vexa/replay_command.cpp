@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <filesystem>
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 #include <memory>
@@ -100,6 +101,7 @@ void say_result(const replay_result &done, const replay_counts &counts, bool jso
                                                {"bytes", done.bytes},
                                                {"seconds", done.seconds},
                                                {"rounds", done.rounds},
+                                               {"ended_early", done.was_ended},
                                                {"failed", failures_json(done)},
                                                {"incomplete", counts.incomplete},
                                                {"captured_in_part", counts.cut},
@@ -166,7 +168,21 @@ int replay(const replay_options &options, replay_choice choice) {
     return play(complete, source, counts);
 }
 
+/// A recording is read to its end before it is played, and may be played again.
+bool can_be_read_again(const std::string &file) {
+    std::error_code unknown;
+    return file != "-" && (std::filesystem::is_regular_file(file, unknown) ||
+                           !std::filesystem::exists(file, unknown)); // which opening it says better
+}
+
 int check_and_run(replay_options options) {
+    for (const std::string &file : options.files) {
+        if (!can_be_read_again(file)) {
+            fmt::print(stderr, "vexa replay: {} is read more than once, and must be a file on a disk\n",
+                       file);
+            return k_usage;
+        }
+    }
     replay_choice choice;
     try {
         choice.wanted = message_filter(options.filter);
