@@ -167,8 +167,9 @@ TEST(Replay, ShowsWhatItWouldSendAndSendsNothing) {
     const auto shown = run(with({"--dry-run", "--map-id", "9=8"}, file.path()));
     EXPECT_EQ(shown.status, 0);
     EXPECT_THAT(shown.error, HasSubstr("would send 3 messages"));
-    EXPECT_THAT(shown.output,
-                HasSubstr("    0.500000 s  to 192.168.1.5:9005  8 -> soa(5)  message  3 bytes "));
+    EXPECT_THAT(
+        shown.output,
+        HasSubstr("    0.500000 s  to 192.168.1.5:9005  precise_landing(8) -> soa(5)  message  3 bytes "));
     const auto json = run(with({"--dry-run", "--json", "--to", "0s"}, file.path())).json();
     EXPECT_EQ(json["to"], "192.168.1.5:9005");
     EXPECT_EQ(json["fields"]["src"], 9);

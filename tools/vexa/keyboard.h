@@ -33,9 +33,9 @@ public:
 private:
     void give_back();
 
+    termios settings_{}; // as they were; before there_, by which they are read
     bool there_;
     key_reader reader_;
-    termios settings_{}; // as they were
 };
 
 } // namespace vexa
