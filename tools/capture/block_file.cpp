@@ -14,7 +14,7 @@
 namespace vexa {
 namespace {
 
-constexpr size_t k_most_waiting = 256 * 1024;
+constexpr size_t k_most_unflushed = 256 * 1024;
 constexpr auto k_sync_interval = std::chrono::milliseconds(900); // and a turn of the caller's loop
 
 int create(const std::string &name, block_file::existing how) {
@@ -60,7 +60,7 @@ block_file::~block_file() {
 
 void block_file::append(std::span<const uint8_t> blocks) {
     waiting_.insert(waiting_.end(), blocks.begin(), blocks.end());
-    if (waiting_.size() >= k_most_waiting) {
+    if (waiting_.size() >= k_most_unflushed) {
         flush();
     }
 }

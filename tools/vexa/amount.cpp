@@ -30,7 +30,6 @@ constexpr auto k_units = std::to_array<unit>({
     {"h", true, 3600e9},
 });
 constexpr double k_most = 9e18;
-constexpr double k_ns_per_s = 1e9;
 
 struct quantity {
     double value;
@@ -92,7 +91,7 @@ amount parse_amount(const std::string &text) {
 int64_t parse_time(const std::string &text) {
     const quantity what = split(text);
     if (what.unit.empty()) {
-        return static_cast<int64_t>(scaled(text, what, {"s", true, k_ns_per_s}));
+        return static_cast<int64_t>(scaled(text, what, {"s", true, 1e9}));
     }
     const amount parsed = parse_amount(text);
     if (!parsed.time_ns) {
@@ -134,8 +133,12 @@ std::string size_text(uint64_t bytes) {
                              : fmt::format("{:.2f} GB", value / 1e9);
 }
 
+double seconds_of(int64_t time_ns) {
+    return static_cast<double>(time_ns) / 1e9;
+}
+
 std::string time_text(int64_t time_ns) {
-    return fmt::format("{:.1f} s", static_cast<double>(time_ns) / k_ns_per_s);
+    return fmt::format("{:.1f} s", seconds_of(time_ns));
 }
 
 } // namespace vexa

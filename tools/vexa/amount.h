@@ -39,6 +39,9 @@ CLI::Option *add_time(CLI::App &command, const std::string &option, std::optiona
 /** "1.2 MB". */
 std::string size_text(uint64_t bytes);
 
+/** The same in seconds. */
+double seconds_of(int64_t time_ns);
+
 /** "83.1 s". */
 std::string time_text(int64_t time_ns);
 

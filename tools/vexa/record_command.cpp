@@ -24,7 +24,6 @@ using std::chrono::steady_clock;
 constexpr int k_tick_ms = 100;
 constexpr int k_last_ms = 60;                    // the capture collects for a third of that
 constexpr int k_buffer_bytes = 32 * 1024 * 1024; // of packets that come while the disk is busy
-constexpr double k_ns_per_s = 1e9;
 
 struct record_options {
     tap_options tap;
@@ -211,7 +210,7 @@ int run_record(record_options options) {
         return k_usage;
     }
     options.recorder.after_ns = options.after_ns.value_or(options.recorder.after_ns);
-    options.tap.timeout_s = static_cast<double>(options.max_time_ns.value_or(0)) / k_ns_per_s;
+    options.tap.timeout_s = seconds_of(options.max_time_ns.value_or(0));
     options.tap.last_ms = k_last_ms;
     options.tap.how.buffer_bytes = k_buffer_bytes;
     try {

@@ -18,8 +18,6 @@
 namespace vexa {
 namespace {
 
-constexpr double k_ns_per_s = 1e9;
-
 struct replay_options {
     std::vector<std::string> files;
     std::string filter;
@@ -81,8 +79,7 @@ void show_messages(replay_source &source, bool json) {
             {.bytes = message.bytes, .wire_size = message.bytes.size(), .dst_port = message.dst.port});
         const seen_message seen{datagram, read};
         fmt::print("{}\n", json ? message_json(seen)
-                                : fmt::format("{:12.6f} s  to {}  {}  {}",
-                                              static_cast<double>(message.position_ns) / k_ns_per_s,
+                                : fmt::format("{:12.6f} s  to {}  {}  {}", seconds_of(message.position_ns),
                                               to_text(message.dst), way_text(seen), message_text(seen)));
     }
 }

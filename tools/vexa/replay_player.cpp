@@ -1,6 +1,8 @@
 // Playing. See replay_player.h.
 #include "replay_player.h"
 
+#include "amount.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,7 +18,6 @@ using std::chrono::nanoseconds;
 
 constexpr int64_t k_seek_ns = 5'000'000'000;
 constexpr auto k_longest_wait = std::chrono::milliseconds(200); // then the progress is shown again
-constexpr double k_ns_per_s = 1e9;
 
 descriptor open_socket() {
     descriptor socket{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
@@ -168,11 +169,11 @@ void replay_player::send(const replay_message &message) {
 }
 
 void replay_player::show_progress() {
-    line_.show(fmt::format(
-        "vexa replay: {:.1f} of {:.1f} s{}  {} messages{}{}", static_cast<double>(position()) / k_ns_per_s,
-        static_cast<double>(how_.length_ns) / k_ns_per_s,
-        how_.rounds != 1 ? fmt::format("  round {}", result_.rounds + 1) : "", result_.sent,
-        paused_ ? "  paused" : "", has_keyboard() ? "  (space pause, s step, arrows 5 s, q quit)" : ""));
+    line_.show(fmt::format("vexa replay: {:.1f} of {:.1f} s{}  {} messages{}{}", seconds_of(position()),
+                           seconds_of(how_.length_ns),
+                           how_.rounds != 1 ? fmt::format("  round {}", result_.rounds + 1) : "",
+                           result_.sent, paused_ ? "  paused" : "",
+                           has_keyboard() ? "  (space pause, s step, arrows 5 s, q quit)" : ""));
 }
 
 } // namespace vexa
