@@ -56,7 +56,7 @@ void recorder::write(const raw_packet &packet, bool completes) {
 
 void recorder::trigger_now() {
     if (!to_) {
-        fire(now_ns());
+        fire(wall_clock_ns());
     }
 }
 
@@ -69,7 +69,7 @@ void recorder::fire(int64_t time_ns) {
 }
 
 bool recorder::tick(const capture_counts &so_far) {
-    picker_.release_old(now_ns(), sink_);
+    picker_.release_old(wall_clock_ns(), sink_);
     if (to_) {
         to_->tick(so_far);
     }

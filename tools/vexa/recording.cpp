@@ -69,7 +69,7 @@ void remove_or_refuse_row(const recording_options &how) {
 
 } // namespace
 
-int64_t now_ns() {
+int64_t wall_clock_ns() {
     timespec now{};
     (void)clock_gettime(CLOCK_REALTIME, &now);
     return now.tv_sec * k_ns_per_s + now.tv_nsec;
@@ -96,7 +96,7 @@ void check_target(const recording_options &how) {
 }
 
 recording::recording(recording_options how, pcapng::section about, pcapng::interface from)
-    : how_(std::move(how)), about_(std::move(about)), from_(std::move(from)), begin_ns_(now_ns()) {
+    : how_(std::move(how)), about_(std::move(about)), from_(std::move(from)), begin_ns_(wall_clock_ns()) {
     if (how_.split.is_given()) {
         remove_or_refuse_row(how_);
     }
@@ -168,7 +168,7 @@ void recording::tick(const capture_counts &so_far) {
 void recording::end_file() {
     block_.clear();
     pcapng::add_statistics(block_, {.begin_ns = begin_ns_,
-                                    .end_ns = now_ns(),
+                                    .end_ns = wall_clock_ns(),
                                     .received = counts_.received,
                                     .dropped = counts_.dropped,
                                     .written = packets_ - packets_before_});

@@ -92,7 +92,7 @@ void check_target(const recording_options &how);
 std::string numbered_name(const std::string &file, size_t number);
 
 /** [ns] since 1970. */
-int64_t now_ns();
+int64_t wall_clock_ns();
 
 } // namespace vexa
 
