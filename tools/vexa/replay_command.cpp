@@ -67,7 +67,7 @@ replay_counts scan(replay_source &source) {
     return all;
 }
 
-void show_messages(replay_source &source, bool json) {
+void show_messages(replay_source &source, bool as_json) {
     replay_message message;
     while (source.next(message)) {
         const udp_datagram datagram{.time_ns = message.time_ns,
@@ -78,9 +78,9 @@ void show_messages(replay_source &source, bool json) {
         const formats::decoded read = formats::decode(
             {.bytes = message.bytes, .wire_size = message.bytes.size(), .dst_port = message.dst.port});
         const seen_message seen{datagram, read};
-        fmt::print("{}\n", json ? message_json(seen)
-                                : fmt::format("{:12.6f} s  to {}  {}  {}", seconds_of(message.position_ns),
-                                              to_text(message.dst), way_text(seen), message_text(seen)));
+        fmt::print("{}\n", as_json ? message_json(seen)
+                                   : fmt::format("{:12.6f} s  to {}  {}  {}", seconds_of(message.position_ns),
+                                                 to_text(message.dst), way_text(seen), message_text(seen)));
     }
 }
 
@@ -92,8 +92,8 @@ nlohmann::ordered_json failures_json(const replay_result &done) {
     return all;
 }
 
-void say_result(const replay_result &done, const replay_counts &counts, bool json) {
-    if (json) {
+void say_result(const replay_result &done, const replay_counts &counts, bool as_json) {
+    if (as_json) {
         const nlohmann::ordered_json object = {{"sent", done.sent},
                                                {"bytes", done.bytes},
                                                {"seconds", done.seconds},
