@@ -18,12 +18,19 @@ target_compile_options(vexamsg_compile INTERFACE
     $<$<AND:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
     $<$<BOOL:${VEXAMSG_WERROR}>:-Werror>)
 
-# Sanitizers and coverage hold for the whole tree: a half-instrumented process reports nonsense.
+# Sanitizers hold for the whole tree: a half-instrumented process reports nonsense.
 if(VEXAMSG_SANITIZE)
     add_compile_options(-fsanitize=${VEXAMSG_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
-    add_link_options(-fsanitize=${VEXAMSG_SANITIZE})
+    # Clang links a C program with its runtime for C, but the library in it is C++ and asks for a part of the other.
+    add_link_options(-fsanitize=${VEXAMSG_SANITIZE}
+        $<$<LINK_LANG_AND_ID:C,Clang>:-fsanitize-link-c++-runtime> $<$<LINK_LANG_AND_ID:C,Clang>:-lstdc++>)
+endif()
+# Compilers differ in how they tell a source of the sanitizer that watches it.
+if(VEXAMSG_SANITIZE MATCHES "address")
+    add_compile_definitions(VEXAMSG_UNDER_ASAN)
+elseif(VEXAMSG_SANITIZE MATCHES "thread")
+    add_compile_definitions(VEXAMSG_UNDER_TSAN)
 endif()
 if(VEXAMSG_COVERAGE)
-    add_compile_options(--coverage -fprofile-update=atomic)
-    add_link_options(--coverage)
+    add_link_options(--coverage) # for the library's objects, which alone are counted
 endif()

@@ -1,5 +1,6 @@
 // `vexa echo` as a user runs it: on the loopback device of a network of the test's own, and on files.
 #include "child_process.h"
+#include "emulator.h"
 #include "packets.h"
 #include "udp_peer.h"
 #include "vectors.h"
@@ -108,6 +109,7 @@ std::string shown(const bytes_t &packet, size_t cut = 0) {
 } // namespace
 
 TEST(Echo, ShowsALineForEachMessageAsItPasses) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_echo program({"--count", "3"});
     send("route_register_node9", "192.168.1.1", 9000);
     EXPECT_THAT(program.line(),
@@ -249,11 +251,13 @@ TEST(Echo, ShowsFieldsBelowTheirMessage) {
 }
 
 TEST(Echo, EndsAfterTheTimeGiven) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_echo program({"--timeout", "0.2"});
     EXPECT_EQ(program.status(), 0);
 }
 
 TEST(Echo, FailsWhenTooFewMessagesComeInTime) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     live_echo program({"--timeout", "0.2", "--count", "2"});
     EXPECT_EQ(program.line(), "vexa echo: 0 of 2 messages came in time");
     EXPECT_EQ(program.status(), 1);
@@ -268,6 +272,7 @@ TEST(Echo, FailsWhenTheFileHasTooFewMessages) {
 }
 
 TEST(Echo, EndsWhenAsked) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     for (const int signal : {SIGINT, SIGTERM}) {
         live_echo program({});
         program.signal(signal);
@@ -291,6 +296,7 @@ TEST(Echo, RefusesWhatMakesNoSense) {
 }
 
 TEST(Echo, SaysWhyNothingCanBeCaptured) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     echo absent({"-i", "eth77"});
     EXPECT_THAT(absent.rest(), HasSubstr("There is no interface 'eth77'"));
     EXPECT_EQ(absent.status(), 1);
@@ -300,6 +306,7 @@ TEST(Echo, SaysWhyNothingCanBeCaptured) {
 }
 
 TEST(Echo, SaysWhoMayCapture) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     child_process program(
         {"setpriv", "--bounding-set=-all", "--inh-caps=-all", VEXA_PROGRAM, "echo", "-i", "lo"}, {{}, true});
     std::string text;

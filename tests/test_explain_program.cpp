@@ -1,5 +1,6 @@
 // "vexa explain" as users run it, on tables from a file, and on a bench for where tables come from.
 #include "bench.h"
+#include "emulator.h"
 #include "wait.h"
 
 #include <gmock/gmock.h>
@@ -169,6 +170,7 @@ TEST(ExplainProgram, AFileWithoutATableIsSaidToBeNone) {
 }
 
 TEST(ExplainProgram, OverhearsTheTableWithoutTakingPart) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     bench::manager manager;
     bench::node five{5};
     bench::node nine{9};
@@ -193,6 +195,7 @@ TEST(ExplainProgram, AsksForTheTableWhenTold) {
 }
 
 TEST(ExplainProgram, SaysThatNothingWasOverheard) {
+    SKIP_IN_EMULATOR(emulator::k_why_not_captured);
     const auto answer = run({"explain", "--from", "5", "--to", "9", "--listen", "0.2"});
     EXPECT_EQ(answer.status, 1);
     EXPECT_THAT(answer.error, HasSubstr("no message of the node manager was overheard in 0.2 s"));

@@ -6,13 +6,9 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(VEXAMSG_UNDER_ASAN) || defined(VEXAMSG_UNDER_TSAN)
 #include <sanitizer/common_interface_defs.h>
 extern "C" size_t __sanitizer_get_current_allocated_bytes(void); // NOLINT(bugprone-reserved-identifier)
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#error "name this compiler's sanitizers above"
-#endif
 #endif
 #include <malloc.h>
 
@@ -34,7 +30,7 @@ constexpr bool k_reclaims = false;
 
 /// [bytes] that are allocated now.
 long allocated() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(VEXAMSG_UNDER_ASAN) || defined(VEXAMSG_UNDER_TSAN)
     return static_cast<long>(__sanitizer_get_current_allocated_bytes());
 #else
     return static_cast<long>(mallinfo2().uordblks);

@@ -19,7 +19,7 @@ using bus::node_under_test;
 using steady = std::chrono::steady_clock;
 
 constexpr int k_rounds = 5;
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#if defined(VEXAMSG_UNDER_TSAN) || defined(VEXAMSG_UNDER_ASAN)
 constexpr double k_soon_s = 5; // an instrumented program is slow
 #else
 constexpr double k_soon_s = 1;

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <iostream>
 
-#if defined(__SANITIZE_ADDRESS__) // elsewhere kept copies share their memory
+#if defined(VEXAMSG_UNDER_ASAN) // elsewhere kept copies share their memory
 // Of the sanitizers' interface; gcc brings no header for it.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, size_t),
                                                          void (*)(const volatile void *));

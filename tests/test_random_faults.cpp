@@ -107,7 +107,7 @@ TEST_F(RandomFaults, DescriptorsThatAreReallyOutAreMissedWhereTheyAreMissing) {
             const free_descriptors few{left};
             p = play_scenario(node, k_id,
                               milliseconds(left <= pipes            ? 100
-                                           : left < pipes + sockets ? 2000
+                                           : left < pipes + sockets ? 4000
                                                                     : 10'000));
         }
         EXPECT_EQ(p.init, left < pipes ? -1 : 0) << left;

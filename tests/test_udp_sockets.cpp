@@ -1,6 +1,7 @@
 // Who holds which port, as /proc tells it.
 #include "udp_sockets.h"
 
+#include "emulator.h"
 #include "udp_peer.h"
 
 #include <algorithm>
@@ -46,6 +47,7 @@ TEST(UdpSockets, AnAddressOfIpv6IsKnownByItsLastWord) {
 }
 
 TEST(UdpSockets, ASocketHasItsProcessAddressAndWaitingBytes) {
+    SKIP_IN_EMULATOR("the emulator makes up what the kernel says of its process");
     udp_peer receiver{"192.168.1.5", 9005};
     udp_peer sender{"192.168.1.6", 9006};
     ASSERT_TRUE(sender.send({1, 2, 3}, "192.168.1.5", 9005));

@@ -34,6 +34,10 @@ inline std::vector<std::string> started(const std::vector<std::string> &program)
     return all;
 }
 
+/** Why a test that captures from an interface is left out: system calls are translated, and this kind is not.
+ */
+inline constexpr std::string_view k_why_not_captured = "the emulator has no packet sockets";
+
 } // namespace emulator
 
 /** First in a test that an emulator cannot run; says why. scripts/test-arch lists these tests. */

@@ -1,6 +1,8 @@
 // UDP datagrams from IPv4 packets and fragments. See datagrams.h.
 #include "datagrams.h"
 
+#include "big_endian.h"
+
 #include <algorithm>
 #include <netinet/in.h>
 
@@ -11,10 +13,6 @@ constexpr size_t k_udp_head = 8;
 constexpr size_t k_most_waiting = 64;
 constexpr size_t k_longest_packet = 65535;
 constexpr int64_t k_patience_ns = 5'000'000'000;
-
-uint16_t be16(std::span<const uint8_t> bytes, size_t at) {
-    return static_cast<uint16_t>((bytes[at] << 8) | bytes[at + 1]);
-}
 
 /// Fills in what the UDP header says. False when there is none, or one that says nonsense.
 bool read_udp(std::span<const uint8_t> captured, size_t wire, udp_datagram &to) {

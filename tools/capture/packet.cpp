@@ -1,6 +1,8 @@
 // The layers below UDP. See packet.h.
 #include "packet.h"
 
+#include "big_endian.h"
+
 #include <algorithm>
 #include <array>
 #include <pcap/dlt.h>
@@ -14,14 +16,6 @@ constexpr uint16_t k_ethertype_ipv4 = 0x0800;
 constexpr size_t k_vlan_tag = 4;
 constexpr size_t k_ip_head = 20;
 constexpr uint32_t k_bsd_inet = 2; // in either byte order: the capturing machine's
-
-uint16_t be16(bytes_view bytes, size_t at) {
-    return static_cast<uint16_t>((bytes[at] << 8) | bytes[at + 1]);
-}
-
-uint32_t be32(bytes_view bytes, size_t at) {
-    return (static_cast<uint32_t>(be16(bytes, at)) << 16) | be16(bytes, at + 2);
-}
 
 bool is_vlan(uint16_t ethertype) {
     return ethertype == 0x8100 || ethertype == 0x88A8;

@@ -13,8 +13,8 @@ using namespace std::chrono_literals;
 using nlohmann::ordered_json;
 
 constexpr int k_sender = 9;
-constexpr int k_rounds = 5; // of one datagram of each kind
-constexpr auto k_patience = 2s;
+constexpr int k_datagrams_a_kind = 5; // of one datagram of each kind
+constexpr auto k_link_patience = 2s;
 
 /// One kind of datagram: how the node is asked for it and how the other end shows it.
 struct link_kind {
@@ -34,8 +34,8 @@ constexpr std::array<link_kind, 7> k_kinds = {{
     {"command_ack_rc", "command_ack", "command", false, "link to the flight side, ack with status1"},
     {"camera_command", "camera_command", "command", true, "link to the camera, command"},
 }};
-constexpr int k_to_camera = k_rounds;
-constexpr int k_to_flight = k_rounds * (static_cast<int>(k_kinds.size()) - 1);
+constexpr int k_to_camera = k_datagrams_a_kind;
+constexpr int k_to_flight = k_datagrams_a_kind * (static_cast<int>(k_kinds.size()) - 1);
 
 /// A stand-in for the flight side or the camera, read line by line. It ends by itself when all have come.
 class listener {
@@ -55,12 +55,12 @@ public:
 
     /// The next line, if it is this event; null when it is not, or none comes.
     ordered_json next(const std::string &event) {
-        const auto line = process_.wait_line(k_patience);
+        const auto line = process_.wait_line(k_link_patience);
         ordered_json said = line ? ordered_json::parse(*line) : ordered_json();
         return line && said["event"] == event ? said : ordered_json();
     }
 
-    int status() { return process_.wait_exit(k_patience).value_or(-1); }
+    int status() { return process_.wait_exit(k_link_patience).value_or(-1); }
 
 private:
     const char *end_;
@@ -127,10 +127,10 @@ void play_link(stage &on) {
     for (size_t i = 0; i < k_kinds.size(); ++i) {
         rows[i] = &on.paths.add(k_kinds[i].title);
     }
-    on.out.event(node_name(k_sender),
-                 fmt::format("sends {} datagrams of each of {} kinds, in turn", k_rounds, k_kinds.size()));
+    on.out.event(node_name(k_sender), fmt::format("sends {} datagrams of each of {} kinds, in turn",
+                                                  k_datagrams_a_kind, k_kinds.size()));
     std::set<int> sequences;
-    for (int number = 1; number <= k_rounds; ++number) {
+    for (int number = 1; number <= k_datagrams_a_kind; ++number) {
         for (size_t i = 0; i < k_kinds.size(); ++i) {
             send_one(on, *rows[i], k_kinds[i].to_camera ? camera : flight, k_kinds[i], number, sequences);
         }

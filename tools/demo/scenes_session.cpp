@@ -8,17 +8,17 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct cast_member {
+struct participant {
     int id;
     const char *name;
 };
 
-constexpr cast_member k_cast[] = {
+constexpr participant k_participants[] = {
     {127, "proxy"}, {1, "vision_machine"}, {3, "vio"}, {5, "soa"}, {9, "detection"}};
 constexpr int k_manager = 0;
 constexpr int k_leaver = 3;
 
-void join(stage &on, const cast_member &who, path &registration, path &news) {
+void join(stage &on, const participant &who, path &registration, path &news) {
     const std::vector<int> others = on.nodes.ids();
     on.nodes.start_node(who.id, who.name);
     const node_line started = on.nodes.ask(who.id, "start", "started");
@@ -76,7 +76,7 @@ void play_registration(stage &on) {
     path &registration = on.paths.add("registration: start to acceptance", true);
     path &news = on.paths.add("joining: told to the others", true);
     on.nodes.start_manager();
-    for (const cast_member &who : k_cast) {
+    for (const participant &who : k_participants) {
         join(on, who, registration, news);
     }
 }

@@ -9,14 +9,9 @@
 #include <link.h>
 #include <malloc.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(VEXAMSG_UNDER_ASAN) || defined(VEXAMSG_UNDER_TSAN)
 #define SOAK_HEAP_WATCHED 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SOAK_HEAP_WATCHED 0
-#endif
-#endif
-#ifndef SOAK_HEAP_WATCHED
+#else
 #define SOAK_HEAP_WATCHED 1
 #endif
 

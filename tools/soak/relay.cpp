@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr size_t k_counts = size_t{1} << 18;
+constexpr size_t k_relay_counts = size_t{1} << 18;
 constexpr size_t k_streams = size_t{1} << 14;
 constexpr int k_socket_room = 4 << 20;    // [bytes] asked for; the system may give less
 constexpr int k_datagrams_per_turn = 128; // of one socket, then the others have their turn
@@ -56,7 +56,8 @@ bool is_session(way by) {
 
 } // namespace
 
-relay::relay(settings how) : how_(std::move(how)), counts_(k_counts), ordinals_(k_streams), room_(65536) {
+relay::relay(settings how)
+    : how_(std::move(how)), counts_(k_relay_counts), ordinals_(k_streams), room_(65536) {
     sockets_.emplace(k_manager_port_id, open_socket(k_manager_ip, VX_NODE_PORT_BASE));
     std::vector<uint16_t> ids = how_.ids;
     ids.push_back(k_witness);

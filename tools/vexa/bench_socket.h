@@ -12,12 +12,16 @@
 
 #include "manager_protocol.h"
 
+#include <cstddef>
 #include <netinet/in.h>
 #include <optional>
 #include <string>
 #include <utility>
 
 namespace vexa {
+
+/** Room for the longest datagram there is: nothing is cut before it is measured. */
+inline constexpr size_t k_datagram_bytes = 65536;
 
 /** Closes a descriptor with its scope. */
 class descriptor {

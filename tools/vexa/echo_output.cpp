@@ -3,6 +3,7 @@
 
 #include "formats.h"
 #include "json.h"
+#include "line_output.h"
 #include "show.h"
 
 #include <algorithm>
@@ -19,11 +20,6 @@ using nlohmann::ordered_json;
 
 constexpr int64_t k_ns_per_s = 1'000'000'000;
 constexpr char k_key_prefix[] = "vexamsg.";
-
-void say(const std::string &line) {
-    fmt::print("{}\n", line);
-    (void)std::fflush(stdout); // a reader that has gone is noticed by the signal that comes of it
-}
 
 std::string time_of_day(int64_t time_ns) {
     const std::time_t seconds = time_ns / k_ns_per_s;

@@ -4,6 +4,7 @@
 #include "hb_fields.h"
 #include "hb_mgr.h"
 #include "library_log.h"
+#include "line_output.h"
 #include "named_value.h"
 #include "payload.h"
 #include "subcommand.h"
@@ -30,11 +31,6 @@ clock::time_point after(double seconds) {
 
 std::string field_name(HeartBeatField field) {
     return name_of(k_field_names, static_cast<uint16_t>(field)).value_or(std::to_string(field));
-}
-
-void say(const std::string &line) {
-    fmt::print("{}\n", line);
-    (void)std::fflush(stdout);
 }
 
 /// Puts something else in the place of what is to be set, in this process only. What the proxy sends on is

@@ -49,7 +49,7 @@ std::optional<std::vector<vexa_node_t>> nodes_in(const json &object) {
     return nodes;
 }
 
-std::string read_whole(const std::string &name) {
+std::string text_of(const std::string &name) {
     if (name == "-") {
         return {std::istreambuf_iterator<char>{std::cin}, {}};
     }
@@ -118,7 +118,7 @@ void add_table_options(CLI::App &command, table_options &options) {
 
 known_table get_table(const table_options &options) {
     if (!options.file.empty()) {
-        return parse_table(read_whole(options.file), "read from " + options.file);
+        return parse_table(text_of(options.file), "read from " + options.file);
     }
     if (!options.ask) {
         return overhear_table(options.listen);

@@ -10,7 +10,6 @@ namespace vexa {
 namespace {
 
 using formats::decoded;
-using formats::finding;
 using formats::finding_code;
 
 std::optional<uint16_t> word(const decoded &read, const char *name) {
@@ -21,7 +20,7 @@ std::optional<uint16_t> word(const decoded &read, const char *name) {
 /// What stands behind the header; nothing of a payload that is not as long as it must be.
 nlohmann::ordered_json payload_fields(const decoded &read) {
     const bool of_wrong_size = std::ranges::any_of(
-        read.findings, [](const finding &f) { return f.code == finding_code::payload_size; });
+        read.findings, [](const formats::finding &f) { return f.code == finding_code::payload_size; });
     if (read.what == nullptr || of_wrong_size) {
         return {};
     }
@@ -45,7 +44,7 @@ link_datagram decode_link(link_end end, std::span<const uint8_t> bytes) {
     result.msg_type = word(read, "msg_type");
     result.sequence = word(read, "sequence");
     result.fields = payload_fields(read);
-    std::ranges::transform(read.findings, std::back_inserter(result.faults), &finding::text);
+    std::ranges::transform(read.findings, std::back_inserter(result.faults), &formats::finding::text);
     return result;
 }
 

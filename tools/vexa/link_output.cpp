@@ -1,10 +1,10 @@
 // The lines of the stand-ins for the flight side and the camera.
 #include "link_output.h"
 
+#include "line_output.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
-#include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 
@@ -12,16 +12,6 @@ namespace vexa {
 namespace {
 
 using nlohmann::ordered_json;
-
-void say(const std::string &line) {
-    fmt::print("{}\n", line);
-    (void)std::fflush(stdout); // a reader that has gone is noticed by the signal that comes of it
-}
-
-std::string clock_text() {
-    const std::time_t now = std::time(nullptr);
-    return fmt::format("{:%H:%M:%S}", fmt::localtime(now));
-}
 
 /// Hex text without the zeros at its end: "a0a1.." for three bytes or more.
 std::string shortened(const std::string &hex) {

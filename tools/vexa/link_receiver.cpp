@@ -18,7 +18,6 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr size_t k_datagram_bytes = 65536;  // the longest there is: nothing is cut before it is measured
 constexpr size_t k_most_senders = 4096;     // whose rows of numbers are followed
 constexpr double k_longest_poll_ms = 3.6e6; // then the clock is looked at again
 

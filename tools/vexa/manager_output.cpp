@@ -2,11 +2,11 @@
 // act on.
 #include "manager_output.h"
 
+#include "line_output.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
-#include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
 
@@ -21,11 +21,6 @@ std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, k_replacement);
     return text;
-}
-
-std::string clock_text() {
-    const std::time_t now = std::time(nullptr);
-    return fmt::format("{:%H:%M:%S}", fmt::localtime(now));
 }
 
 const char *state_text(const vexa_node_t &node) {

@@ -17,8 +17,7 @@ namespace {
 
 using clock = node_registry::clock;
 
-constexpr size_t k_datagram_bytes = 65536; // the longest there is: nothing is cut before it is measured
-constexpr int k_datagrams_per_turn = 64;   // then the clock and the signals are looked at again
+constexpr int k_datagrams_per_turn = 64; // then the clock and the signals are looked at again
 
 class manager_server {
 public:

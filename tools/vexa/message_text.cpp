@@ -40,8 +40,9 @@ std::string readable(std::span<const uint8_t> bytes) {
 std::string user_text(const seen_message &m) {
     const node *length = m.read.find("data_length");
     const size_t stated = length != nullptr ? length->raw : 0;
+    const size_t head = m.read.wire != nullptr ? m.read.wire->head.size : 0;
     const std::span<const uint8_t> bytes = m.datagram.bytes;
-    std::span<const uint8_t> payload = bytes.subspan(std::min<size_t>(bytes.size(), m.read.wire->head.size));
+    std::span<const uint8_t> payload = bytes.subspan(std::min(bytes.size(), head));
     payload = payload.first(std::min(payload.size(), stated));
     std::string text = fmt::format("{} bytes", stated);
     const node *key = m.read.find("key");

@@ -15,7 +15,7 @@
 namespace vexa {
 namespace {
 
-constexpr size_t k_type_bytes = 2; // a status begins with its type
+constexpr size_t k_own_bytes = sizeof(uint16_t); // a status begins with its type
 
 /// A status as the library's queue holds it. The same one is found again and again.
 struct held_status {
@@ -42,7 +42,7 @@ std::optional<held_status> poll_status(uint16_t type) {
 }
 
 void print(const held_status &status, uint16_t type, bool json) {
-    const size_t own = std::min(k_type_bytes, status.payload.size()); // its type, which is known
+    const size_t own = std::min(k_own_bytes, status.payload.size()); // its type, which is known
     const std::vector<uint8_t> rest(status.payload.begin() + static_cast<ptrdiff_t>(own),
                                     status.payload.end());
     const auto src = static_cast<uint16_t>(status.extra.src);

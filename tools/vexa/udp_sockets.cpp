@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <netinet/in.h>
 #include <sstream>
 
 namespace vexa {
@@ -33,8 +34,8 @@ std::optional<uint64_t> number(std::string_view text, int base) {
 /// The words are printed as numbers of the host, whose bytes lie in network order.
 uint32_t address_of(const std::string &hex) {
     const size_t words = hex.size() / 8;
-    const auto last = number(std::string_view{hex}.substr((words == k_words_of_ipv6 ? 3 : 0) * 8, 8), 16);
-    return words == 0 || !last ? 0 : __builtin_bswap32(static_cast<uint32_t>(*last));
+    const auto last = number(std::string_view{hex}.substr(words == k_words_of_ipv6 ? size_t{24} : 0, 8), 16);
+    return words == 0 || !last ? 0 : ntohl(static_cast<uint32_t>(*last));
 }
 
 /// "   5: 0501A8C0:232D 00000000:0000 07 tx:rx tr:when retrnsmt uid timeout inode ref pointer drops"
