@@ -31,6 +31,10 @@ if(VEXAMSG_BUILD_TOOLS)
         VEXA_PROGRAM="${vexa_path}" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
 
+    vexamsg_test(test_service_notify SOURCES test_service_notify.cpp LIBRARIES vexa_bench_socket vexa_process)
+    target_compile_definitions(test_service_notify PRIVATE VEXA_PROGRAM="${vexa_path}")
+    add_dependencies(test_service_notify vexa)
+
     vexamsg_test(test_demo SOURCES test_demo.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo PRIVATE
         VEXA_PROGRAM="${vexa_path}"
