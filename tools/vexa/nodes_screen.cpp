@@ -13,7 +13,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr size_t k_lines_around = 3; // title, names of the columns, keys
+constexpr size_t k_lines_around = 3;             // title, names of the columns, keys
 constexpr int64_t k_silence_ns = 21'000'000'000; // two keep-alives, and a second for being late
 
 std::string address_text(const seen_node &node) {
