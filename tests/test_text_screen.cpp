@@ -100,9 +100,9 @@ TEST(NumberText, HasThreeDigitsOrSo) {
 }
 
 TEST(NumberText, BarsAreAsHighAsTheNumbersBesideTheLargest) {
-    EXPECT_EQ(vexa::bars_text({0, 1, 4, 8}, true), " ▁▄█");
-    EXPECT_EQ(vexa::bars_text({0, 1, 4, 8}, false), " .=%");
-    EXPECT_EQ(vexa::bars_text({1, 100000}, true), "▁█") << "whatever has come shows";
+    EXPECT_EQ(vexa::bars_text({0, 1, 4, 8}, true), " ▁▃▇");
+    EXPECT_EQ(vexa::bars_text({0, 1, 4, 8}, false), " .-#");
+    EXPECT_EQ(vexa::bars_text({1, 100000}, true), "▁▇") << "whatever has come shows";
     EXPECT_EQ(vexa::bars_text({0, 0}, true), "  ");
     EXPECT_EQ(vexa::bars_text({}, true), "");
 }

@@ -101,7 +101,7 @@ TEST(TopPage, ShowsTotalsDropsAndFlowsTheFastestFirst) {
 TEST(TopPage, ShowsBarsOfTheLastSecondsTheNewestAtTheRight) {
     page top;
     EXPECT_THAT(top.lines({.columns = 170, .rows = 24})[3],
-                testing::EndsWith("  0.0 s  " + std::string(57, ' ') + "███"));
+                testing::EndsWith("  0.0 s  " + std::string(57, ' ') + "▇▇▇"));
 }
 
 TEST(TopPage, SortsByEachColumnAndReverses) {
@@ -262,5 +262,5 @@ TEST(TopText, HasTheSameRowsWithoutBarsAndTheSockets) {
         text, StartsWith("FROM                   TO                     KIND       TYPE             RATE/s  "
                          "BYTES/s   LAST\ndetection_tracking(9)  "));
     EXPECT_THAT(text, HasSubstr("\n\nNODE                   SOCKET"));
-    EXPECT_THAT(text, Not(HasSubstr("█")));
+    EXPECT_THAT(text, Not(HasSubstr("▇")));
 }

@@ -125,9 +125,7 @@ int take_picture(const picture_options &options) {
     return out ? 0 : 1;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
     picture_options options;
     CLI::App app{"Writes what a program shows on a terminal as SVG."};
     app.add_option("--columns", options.columns)->capture_default_str();
@@ -138,8 +136,14 @@ int main(int argc, char **argv) {
     app.add_option("file", options.file)->required();
     app.add_option("command", options.command, "with its arguments, behind --")->required();
     CLI11_PARSE(app, argc, argv);
+    return take_picture(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
     try {
-        return take_picture(options);
+        return run(argc, argv);
     } catch (const std::exception &failure) {
         fmt::print(stderr, "picture: {}\n", failure.what());
         return 1;

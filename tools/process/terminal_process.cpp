@@ -50,6 +50,7 @@ std::chrono::microseconds sum_of(const rusage &use) {
 terminal_process::terminal_process(const std::vector<std::string> &args, size_t columns, size_t rows)
     : grid_(columns, rows) {
     std::vector<char *> argv;
+    argv.reserve(args.size() + 1);
     for (const std::string &arg : args) {
         argv.push_back(const_cast<char *>(arg.c_str())); // exec does not write to them
     }
@@ -109,7 +110,7 @@ bool terminal_process::wait_for(const std::function<bool(const terminal_grid &)>
     return true;
 }
 
-void terminal_process::press(std::string_view keys) {
+void terminal_process::press(std::string_view keys) const {
     while (!keys.empty()) {
         const ssize_t written = write(master_, keys.data(), keys.size());
         if (written < 0 && errno != EINTR) {

@@ -37,7 +37,7 @@ public:
     bool wait_for(const std::function<bool(const terminal_grid &)> &wanted,
                   std::chrono::milliseconds patience);
 
-    void press(std::string_view keys);
+    void press(std::string_view keys) const;
 
     /** Gives the window another size, of which the program is told by SIGWINCH. */
     void resize(size_t columns, size_t rows);

@@ -20,6 +20,13 @@ std::string printable(std::string text) {
     return text;
 }
 
+void take_record(const vexa_node_t &record, seen_node &to) {
+    in_addr ip{};
+    to.name = printable(record.name);
+    to.ip = printable(record.ip);
+    to.address = {inet_pton(AF_INET, record.ip, &ip) == 1 ? ntohl(ip.s_addr) : 0, record.port};
+}
+
 } // namespace
 
 void node_watch::see(const udp_datagram &datagram) {
@@ -123,13 +130,6 @@ void node_watch::see_info(const udp_datagram &datagram) {
     }
     node->state = node->state == node_state::heard ? node_state::registering : node->state;
     take_record(record, *node);
-}
-
-void node_watch::take_record(const vexa_node_t &record, seen_node &to) {
-    in_addr ip{};
-    to.name = printable(record.name);
-    to.ip = printable(record.ip);
-    to.address = {inet_pton(AF_INET, record.ip, &ip) == 1 ? ntohl(ip.s_addr) : 0, record.port};
 }
 
 const char *name_of(node_state state) {

@@ -50,7 +50,6 @@ private:
     void see_table(const udp_datagram &datagram);
     void see_request(const udp_datagram &datagram);
     void see_info(const udp_datagram &datagram);
-    void take_record(const vexa_node_t &record, seen_node &to);
     void become_active(seen_node &node, int64_t time_ns) const;
 
     std::map<uint16_t, seen_node> nodes_;

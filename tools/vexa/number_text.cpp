@@ -15,8 +15,9 @@ namespace vexa {
 namespace {
 
 constexpr int64_t k_second_ns = 1'000'000'000;
-constexpr auto k_blocks = std::to_array<const char *>({" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"});
-constexpr auto k_letters = std::to_array<const char *>({" ", ".", ":", "-", "=", "+", "*", "#", "%"});
+// The highest one leaves a gap, so that rows do not grow together.
+constexpr auto k_blocks = std::to_array<const char *>({" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇"});
+constexpr auto k_letters = std::to_array<const char *>({" ", ".", ":", "-", "=", "+", "*", "#"});
 
 std::string three_digits(double value, std::string_view unit) {
     return value < 9.995   ? fmt::format("{:.2f}{}", value, unit)

@@ -78,18 +78,15 @@ bool comes_before(const flow_row &a, const flow_row &b, top_sort by) {
 }
 
 text_table flow_table_of(const std::vector<flow_row> &rows, const top_look &look, int64_t now_ns) {
-    text_table table{.columns = {{.title = "FROM", .least = 5, .rank = 0},
-                                 {.title = "TO", .least = 5, .rank = 2},
-                                 {.title = "KIND", .least = 8, .rank = 3},
-                                 {.title = "TYPE", .least = 8, .rank = 4},
-                                 {.title = "RATE/s", .right = true, .rank = 1},
-                                 {.title = "BYTES/s", .right = true, .rank = 5},
-                                 {.title = "LAST", .right = true, .rank = 6},
-                                 {.title = fmt::format("LAST {} s", k_history_s),
-                                  .right = true,
-                                  .keeps_end = true,
-                                  .least = 10,
-                                  .rank = 7}}};
+    text_table table{
+        .columns = {{.title = "FROM", .least = 5, .rank = 0},
+                    {.title = "TO", .least = 5, .rank = 2},
+                    {.title = "KIND", .least = 8, .rank = 3},
+                    {.title = "TYPE", .least = 8, .rank = 4},
+                    {.title = "RATE/s", .right = true, .rank = 1},
+                    {.title = "BYTES/s", .right = true, .rank = 5},
+                    {.title = "LAST", .right = true, .rank = 6},
+                    {.title = "PER SECOND", .right = true, .keeps_end = true, .least = 10, .rank = 7}}};
     table.marked = static_cast<size_t>(look.sort);
     for (const flow_row &row : rows) {
         const bool silent = row.per_second && row.per_second->messages == 0;
