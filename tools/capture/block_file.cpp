@@ -14,7 +14,7 @@
 namespace vexa {
 namespace {
 
-constexpr size_t k_most_unflushed = 256 * 1024;
+constexpr size_t k_most_unflushed = 262144;
 constexpr auto k_sync_interval = std::chrono::milliseconds(900); // and a turn of the caller's loop
 
 int create(const std::string &name, block_file::existing how) {
