@@ -1,5 +1,6 @@
-// Renews the tables of docs/wire-formats.md: copies a document from standard input to standard output, each table
-// behind a line "<!-- table NAME -->" written anew from the description that the decoder and the dissector use.
+// Renews the tables of docs/wire-formats.md: copies a document from standard input to standard output, each
+// table behind a line "<!-- table NAME -->" written anew from the description that the decoder and the
+// dissector use.
 #include "formats.h"
 #include "link_format.h"
 #include "route_format.h"
@@ -57,8 +58,8 @@ std::string link_messages() {
                         "|---|---|---|---:|---|---:|\n";
     for (const form &f : k_link_forms) {
         const std::string size = f.payload_size == k_any ? "any" : std::to_string(f.payload_size);
-        table += fmt::format("| 0x{:04X} | {} | {} | {} | 0x{:04X} | {} |\n", f.selector, f.name, f.end, f.port,
-                             f.dst_must, size);
+        table += fmt::format("| 0x{:04X} | {} | {} | {} | 0x{:04X} | {} |\n", f.selector, f.name, f.end,
+                             f.port, f.dst_must, size);
     }
     return table;
 }
@@ -83,20 +84,13 @@ std::string heartbeat_fields() {
 
 std::map<std::string, std::string> all_tables() {
     std::map<std::string, std::string> tables = {
-        {"route_header", layout(k_route.head)},
-        {"kinds", values(k_kinds)},
-        {"manager", layout(k_manager_block)},
-        {"commands", values(k_commands)},
-        {"node", layout(k_node_block)},
-        {"pair", layout(k_pair_block)},
-        {"heartbeat_fields", heartbeat_fields()},
-        {"link_header", layout(k_link.head)},
-        {"link_nodes", values(k_link_nodes)},
-        {"link_messages", link_messages()},
-        {"command_ack", layout(k_ack_block)},
-        {"frame_header", layout(k_frame.head)},
-        {"frame_tail", layout(k_frame_tail)},
-        {"frame_messages", frame_messages()},
+        {"route_header", layout(k_route.head)},   {"kinds", values(k_kinds)},
+        {"manager", layout(k_manager_block)},     {"commands", values(k_commands)},
+        {"node", layout(k_node_block)},           {"pair", layout(k_pair_block)},
+        {"heartbeat_fields", heartbeat_fields()}, {"link_header", layout(k_link.head)},
+        {"link_nodes", values(k_link_nodes)},     {"link_messages", link_messages()},
+        {"command_ack", layout(k_ack_block)},     {"frame_header", layout(k_frame.head)},
+        {"frame_tail", layout(k_frame_tail)},     {"frame_messages", frame_messages()},
     };
     for (const form &f : k_frame_forms) {
         tables[f.name] = layout(*f.parts.front().what);
