@@ -107,6 +107,8 @@ TEST(Help, NamesEverySubcommand) {
                                                     {"hb", "set"},
                                                     {"hb", "get"},
                                                     {"hb", "watch"},
+                                                    {"nodes"},
+                                                    {"top"},
                                                     {"doctor"},
                                                     {"explain"},
                                                     {"man"},
@@ -192,6 +194,7 @@ TEST(Completion, OffersValuesByName) {
     EXPECT_EQ(completed({"hb", "set", "WORK_M"}), words{"WORK_MODE="});
     EXPECT_EQ(completed({"hb", "get", "--id", "5", "WORK_S"}), words{"WORK_STATUS"});
     EXPECT_EQ(completed({"completion", ""}), words{"bash"});
+    EXPECT_EQ(completed({"top", "--sort", "t"}), (words{"to", "type"}));
 }
 
 TEST(Completion, OffersFilesWhereAFileIsMeant) {

@@ -191,7 +191,7 @@ public:
                       tone::faint);
         }
         out_.line(fmt::format("\nThe bench runs in the network of process {}. In another terminal:\n"
-                              "  scripts/demo --enter vexa hb watch    runs a command in it\n"
+                              "  scripts/demo --enter vexa top         runs a command in it\n"
                               "  scripts/demo --enter                  a shell in it\n"
                               "  nsenter --target {} --user --net --preserve-credentials\n"
                               "Ctrl-C ends it.",

@@ -1,6 +1,8 @@
 // Child processes. Between fork and exec only calls that are safe in a process with other threads are made.
 #include "child_process.h"
 
+#include "descriptors.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -13,23 +15,12 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-constexpr int k_cannot_run = 127; // as shells say it
-
-[[noreturn]] void fail(const char *what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-milliseconds left_until(steady_clock::time_point end) {
-    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(end - steady_clock::now()));
-}
 
 bool readable(int fd, steady_clock::time_point end) {
     pollfd one{fd, POLLIN, 0};
@@ -79,13 +70,6 @@ int open_error_file(const std::string &name) {
         fail(name.c_str());
     }
     return fd;
-}
-
-void close_if_open(int &fd) {
-    if (fd >= 0) {
-        (void)close(fd);
-        fd = -1;
-    }
 }
 
 } // namespace

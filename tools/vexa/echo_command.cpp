@@ -3,6 +3,7 @@
 
 #include "echo_output.h"
 #include "tap.h"
+#include "watch_options.h"
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
@@ -19,15 +20,6 @@ struct echo_options {
     uint64_t count = 0; // 0: no limit
     bool all = false;
 };
-
-/// What could not be seen, for standard error.
-void say_losses(const bus_tap &tap) {
-    const capture_counts counts = tap.counts();
-    if (counts.dropped > 0) {
-        fmt::print(stderr, "vexa echo: {} of {} packets came too fast and were not seen\n", counts.dropped,
-                   counts.received);
-    }
-}
 
 int run_echo(const echo_options &options, const message_filter &filter) {
     bus_tap tap(options.tap);
@@ -49,7 +41,7 @@ int run_echo(const echo_options &options, const message_filter &filter) {
         }
         return options.count == 0 || shown < options.count;
     });
-    say_losses(tap);
+    say_losses("echo", tap.counts());
     if (options.count > shown && why != tap_end::asked) {
         fmt::print(stderr, "vexa echo: {} of {} messages came {}\n", shown, options.count,
                    why == tap_end::file_ended ? "before the end of the file" : "in time");

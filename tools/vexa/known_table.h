@@ -50,9 +50,6 @@ known_table get_table(const table_options &options);
  */
 known_table parse_table(const std::string &text, const std::string &from);
 
-/** The records of a message of the node manager; nothing when it is none, or has a record that cannot be. */
-std::optional<std::vector<vexa_node_t>> table_in(const udp_datagram &datagram);
-
 /** The table of a node that has registered. */
 known_table table_of_node();
 

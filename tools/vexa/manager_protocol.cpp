@@ -157,4 +157,30 @@ std::vector<uint8_t> table_message(uint16_t dst, bool accepted, std::span<const 
     return bytes;
 }
 
+std::optional<std::vector<vexa_node_t>> table_in(const udp_datagram &datagram) {
+    const std::span<const uint8_t> bytes = datagram.bytes;
+    if (bytes.size() < VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE) {
+        return std::nullopt;
+    }
+    const vx_msg_head_t head = vx_msg_head_load(bytes.data());
+    const size_t count = ut_get_le16(&bytes[VX_MSG_HEAD_SIZE + 2]);
+    const bool from_manager = head.magic == VX_MSG_MAGIC && head.msg_type == MSTP_NODE_MGR &&
+                              head.src == VX_NODE_MANAGER_ID; // nodes do not look at the command either
+    const size_t whole = VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE + count * VX_NODE_RECORD_SIZE;
+    if (!from_manager || datagram.incomplete || bytes.size() < whole) {
+        return std::nullopt;
+    }
+    std::vector<vexa_node_t> nodes;
+    for (size_t i = 0; i < count; ++i) {
+        vexa_node_t node =
+            vexa_node_load(&bytes[VX_MSG_HEAD_SIZE + VX_MGR_HEAD_SIZE + i * VX_NODE_RECORD_SIZE]);
+        if (node.node_id >= VX_NODE_COUNT) {
+            return std::nullopt;
+        }
+        vexa_node_end_texts(&node);
+        nodes.push_back(node);
+    }
+    return nodes;
+}
+
 } // namespace vexa

@@ -10,9 +10,10 @@
 #ifndef VEXA_MANAGER_PROTOCOL_H
 #define VEXA_MANAGER_PROTOCOL_H
 
-#include "endpoint.h"
+#include "datagrams.h"
 #include "vx_msg_def.h"
 
+#include <optional>
 #include <span>
 #include <variant>
 #include <vector>
@@ -64,6 +65,9 @@ std::variant<manager_request, refusal> read_request(std::span<const uint8_t> dat
  * @param nodes     at most 127 records, so that a node reads the message whole
  */
 std::vector<uint8_t> table_message(uint16_t dst, bool accepted, std::span<const vexa_node_t> nodes);
+
+/** The records of a message of the node manager; nothing when it is none, or has a record that cannot be. */
+std::optional<std::vector<vexa_node_t>> table_in(const udp_datagram &datagram);
 
 } // namespace vexa
 

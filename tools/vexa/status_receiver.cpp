@@ -41,12 +41,12 @@ std::optional<held_status> poll_status(uint16_t type) {
     return found;
 }
 
-void print(const held_status &status, uint16_t type, bool json) {
+void print(const held_status &status, uint16_t type, bool in_json) {
     const size_t own = std::min(k_own_bytes, status.payload.size()); // its type, which is known
     const std::vector<uint8_t> rest(status.payload.begin() + static_cast<ptrdiff_t>(own),
                                     status.payload.end());
     const auto src = static_cast<uint16_t>(status.extra.src);
-    if (json) {
+    if (in_json) {
         const nlohmann::ordered_json line = {{"event", "status"},
                                              {"type", type},
                                              {"src", src},

@@ -67,8 +67,8 @@ stream_result run_stream(const stream_options &options, bus_node &node, const se
 }
 
 void print_result(const stream_result &result, const nlohmann::ordered_json &what, const std::string &text,
-                  bool json) {
-    if (json) {
+                  bool in_json) {
+    if (in_json) {
         nlohmann::ordered_json line = what;
         line["sent"] = result.sent;
         line["refused"] = result.refused;

@@ -45,7 +45,7 @@ stream_result run_stream(const stream_options &options, bus_node &node, const se
 
 /** The result as the subcommands print it, with `what` in front; standard error says what was not well. */
 void print_result(const stream_result &result, const nlohmann::ordered_json &what, const std::string &text,
-                  bool json);
+                  bool in_json);
 
 } // namespace vexa
 

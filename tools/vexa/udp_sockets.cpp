@@ -128,12 +128,17 @@ std::vector<udp_socket> parse_udp_table(const std::string &text) {
     return sockets;
 }
 
-std::vector<udp_socket> udp_sockets() {
+std::vector<udp_socket> udp_sockets_without_holders() {
     std::vector<udp_socket> sockets = parse_udp_table(read_whole("/proc/net/udp"));
     const std::vector<udp_socket> more = parse_udp_table(read_whole("/proc/net/udp6"));
     sockets.insert(sockets.end(), more.begin(), more.end());
     std::stable_sort(sockets.begin(), sockets.end(),
                      [](const udp_socket &a, const udp_socket &b) { return a.local.port < b.local.port; });
+    return sockets;
+}
+
+std::vector<udp_socket> udp_sockets() {
+    std::vector<udp_socket> sockets = udp_sockets_without_holders();
     find_holders(sockets);
     return sockets;
 }

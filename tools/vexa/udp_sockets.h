@@ -36,6 +36,9 @@ struct udp_socket {
 /** The sockets that are bound, of IPv4 and of IPv6, in the order of the ports. */
 std::vector<udp_socket> udp_sockets();
 
+/** The same without looking for the processes, which takes a look at all of them: for whoever asks often. */
+std::vector<udp_socket> udp_sockets_without_holders();
+
 /** Reads a table as it stands in /proc/net/udp; lines that are none are left out. */
 std::vector<udp_socket> parse_udp_table(const std::string &text);
 
