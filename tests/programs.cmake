@@ -142,6 +142,18 @@ if(VEXAMSG_BUILD_TOOLS)
     endif()
     add_dependencies(test_soak vexa_soak)
 
+    if(VEXAMSG_BUILD_EXAMPLES)
+        vexamsg_test(test_examples SOURCES test_examples.cpp LIBRARIES vexa_process nlohmann_json::nlohmann_json)
+        target_compile_definitions(test_examples PRIVATE VEXA_PROGRAM="${vexa_path}")
+        foreach(name IN ITEMS wait_for_peer callback polling status broadcast heartbeat proxy report camera own_log)
+            vexamsg_runnable(example_${name} path)
+            string(TOUPPER "EXAMPLE_${name}" definition)
+            target_compile_definitions(test_examples PRIVATE ${definition}="${path}")
+            add_dependencies(test_examples example_${name})
+        endforeach()
+        add_dependencies(test_examples vexa)
+    endif()
+
     # Goes through all subcommands several times, each look at a help text being a run of the program.
     vexamsg_test(test_help_program SOURCES test_help_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json TIMEOUT 180)
