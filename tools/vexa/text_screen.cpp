@@ -64,9 +64,8 @@ void narrow(const text_table &table, const std::vector<size_t> &by_rank, widths 
     for (const size_t i : by_rank) {
         const size_t total = total_of(all);
         const size_t least = table.columns[i].least;
-        std::optional<size_t> &own = all[i];
-        if (total > width && own && *own > least) {
-            *own -= std::min(total - width, *own - least);
+        if (total > width && all[i] && *all[i] > least) {
+            all[i] = *all[i] - std::min(total - width, *all[i] - least);
         }
     }
 }
