@@ -41,3 +41,4 @@ vexamsg_part(VEXAMSG_BUILD_TESTS "Build the tests" GTest "libgtest-dev libgmock-
 option(VEXAMSG_BUILD_EXAMPLES "Build the example programs" ON)
 option(VEXAMSG_BUILD_FUZZERS "Build the fuzz targets (clang; see the preset fuzz)" OFF)
 option(VEXAMSG_BUILD_BENCH "Build the bench (scripts/bench)" OFF)
+option(VEXAMSG_INSTALL "Install with \"cmake --install\"" ${PROJECT_IS_TOP_LEVEL})

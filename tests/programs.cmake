@@ -31,6 +31,10 @@ if(VEXAMSG_BUILD_TOOLS)
         VEXA_PROGRAM="${vexa_path}" VEXA_VERSION="${PROJECT_VERSION}")
     add_dependencies(test_manager_program vexa)
 
+    vexamsg_test(test_service_notify SOURCES test_service_notify.cpp LIBRARIES vexa_bench_socket vexa_process)
+    target_compile_definitions(test_service_notify PRIVATE VEXA_PROGRAM="${vexa_path}")
+    add_dependencies(test_service_notify vexa)
+
     vexamsg_test(test_demo SOURCES test_demo.cpp LIBRARIES vexa_process)
     target_compile_definitions(test_demo PRIVATE
         VEXA_PROGRAM="${vexa_path}"
@@ -79,6 +83,19 @@ if(VEXAMSG_BUILD_TOOLS)
     else()
         message(STATUS "test_dissector is left out; missing: tshark")
     endif()
+
+    vexamsg_test(test_recording SOURCES test_recording.cpp LIBRARIES vexa_recording_logic PCAP::PCAP)
+    vexamsg_test(test_remapping SOURCES test_remapping.cpp LIBRARIES vexa_recording_logic PCAP::PCAP)
+    vexamsg_test(test_pcapng SOURCES test_pcapng.cpp LIBRARIES vexa_capture vexa_process PCAP::PCAP)
+    if(TSHARK_PROGRAM)
+        target_compile_definitions(test_pcapng PRIVATE TSHARK_PROGRAM="${TSHARK_PROGRAM}")
+    endif()
+    foreach(name IN ITEMS record replay replay_keys)
+        vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
+            LIBRARIES vexa_process vexa_capture nlohmann_json::nlohmann_json PCAP::PCAP TIMEOUT 180)
+        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="${vexa_path}")
+        add_dependencies(test_${name}_program vexa)
+    endforeach()
 
     vexamsg_test(test_link_decode SOURCES test_link_decode.cpp LIBRARIES vexa_link_logic)
 

@@ -54,6 +54,16 @@ void filter_udp(pcap_t *handle) {
     }
 }
 
+/// libpcap tells a cut from other damage by its words alone.
+[[noreturn]] void fail_reading(pcap_t *handle, const std::string &name) {
+    const std::string error = pcap_geterr(handle);
+    const std::string text = fmt::format("{}: {}", name, error);
+    if (error.find("truncated") != std::string::npos) {
+        throw capture_cut(text);
+    }
+    throw capture_error(text);
+}
+
 void check_link_type(const std::string &name, int link_type) {
     if (!is_known_link_type(link_type)) {
         const char *text = pcap_datalink_val_to_name(link_type);
@@ -121,7 +131,7 @@ capture::outcome capture::next(raw_packet &to) {
     case PCAP_ERROR_BREAK:
         return outcome::end;
     default:
-        throw capture_error(fmt::format("{}: {}", name_, pcap_geterr(handle_.get())));
+        fail_reading(handle_.get(), name_);
     }
 }
 

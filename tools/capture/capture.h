@@ -29,6 +29,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/** The file ends in the middle of a packet, as one does whose writer was killed. */
+class capture_cut : public capture_error {
+public:
+    using capture_error::capture_error;
+};
+
 /** What the system counts of a live capture. */
 struct capture_counts {
     uint64_t received = 0; /**< packets that passed the filter */
@@ -57,6 +63,7 @@ public:
 
     /**
      * Takes the next packet; its bytes are valid until the next call.
+     * @throws capture_cut when the file is cut off, after everything before the cut was given
      * @throws capture_error when the file is damaged or the interface has gone
      */
     outcome next(raw_packet &to);

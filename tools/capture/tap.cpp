@@ -39,7 +39,7 @@ bus_tap::bus_tap(const tap_options &options)
     : capture_(options.file.empty() ? capture::live(options.interface, options.how)
                                     : capture::file(options.file)),
       end_signals_(open_signals()),
-      last_packets_(2 * options.how.delay_ms),
+      last_packets_(options.file.empty() ? 3 * options.how.delay_ms : 0),
       limited_(options.timeout_s > 0) {
     const std::chrono::duration<double> limit(options.timeout_s);
     until_ = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(limit);
@@ -58,36 +58,23 @@ int bus_tap::patience_ms(int idle_ms) const {
 }
 
 /// Takes what has been captured. False when this has ended the run.
-bool bus_tap::take_waiting(const taker &take, tap_end &why) {
-    bool wanted = true;
-    const auto hand_on = [&](const udp_datagram &datagram) { wanted = wanted && take(datagram); };
+bool bus_tap::take_waiting(const packet_taker &take, tap_end &why) {
     raw_packet packet;
-    for (int i = 0; i < k_packets_a_turn && wanted; ++i) {
+    for (int i = 0; i < k_packets_a_turn; ++i) {
         const capture::outcome got = capture_.next(packet);
         if (got == capture::outcome::nothing) {
             break;
         }
         if (got == capture::outcome::end) {
-            assembler_.finish(hand_on);
-            why = wanted ? tap_end::file_ended : tap_end::enough;
+            why = tap_end::file_ended;
             return false;
         }
-        assembler_.feed(packet, hand_on);
+        if (!take(packet)) {
+            why = tap_end::enough;
+            return false;
+        }
     }
-    why = tap_end::enough;
-    return wanted;
-}
-
-/// What has happened before the end is still seen: the system collects packets for a while before it shows
-/// them.
-void bus_tap::take_last(const taker &take) {
-    const auto end = steady_clock::now() + last_packets_;
-    tap_end why = tap_end::enough;
-    do {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
-        pollfd one{capture_.fd(), POLLIN, 0};
-        (void)poll(&one, 1, static_cast<int>(std::max<int64_t>(left, 0)));
-    } while (take_waiting(take, why) && steady_clock::now() < end && capture_.is_live());
+    return true;
 }
 
 tap_end bus_tap::run(const taker &take) {
@@ -96,17 +83,36 @@ tap_end bus_tap::run(const taker &take) {
 }
 
 tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
+    bool wanted = true;
+    const auto hand_on = [&](const udp_datagram &datagram) { wanted = wanted && take(datagram); };
+    const auto feed = [&](const raw_packet &packet) {
+        assembler_.feed(packet, hand_on);
+        return wanted;
+    };
+    const tap_end why = run_packets(feed, idle, idle_ms);
+    if (why == tap_end::file_ended) {
+        assembler_.finish(hand_on);
+    }
+    return wanted ? why : tap_end::enough;
+}
+
+tap_end bus_tap::run_packets(const packet_taker &take, const idler &idle, int idle_ms) {
     tap_end why = tap_end::enough;
+    bool asked = false;
     std::vector<pollfd> all = {pollfd{end_signals_, POLLIN, 0}, pollfd{capture_.fd(), POLLIN, 0}};
     std::ranges::transform(also_, std::back_inserter(all), [](int fd) { return pollfd{fd, POLLIN, 0}; });
     for (;;) {
-        all[0].revents = 0;
+        all[0] = {asked ? -1 : end_signals_, POLLIN, 0};
         if (poll(all.data(), all.size(), patience_ms(idle_ms)) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         if (all[0].revents != 0) {
-            take_last(take);
-            return tap_end::asked;
+            if (last_packets_.count() == 0) {
+                return tap_end::asked;
+            }
+            asked = true;
+            limited_ = true;
+            until_ = steady_clock::now() + last_packets_;
         }
         if (!take_waiting(take, why)) {
             return why;
@@ -115,7 +121,7 @@ tap_end bus_tap::run(const taker &take, const idler &idle, int idle_ms) {
             return tap_end::enough;
         }
         if (limited_ && steady_clock::now() >= until_) {
-            return tap_end::timed_out;
+            return asked ? tap_end::asked : tap_end::timed_out;
         }
     }
 }

@@ -59,6 +59,13 @@ public:
     tap_end run(const taker &take);
     tap_end run(const taker &take, const idler &idle, int idle_ms);
 
+    /** Takes a packet as it was captured; false when it was the last one wanted. */
+    using packet_taker = std::function<bool(const raw_packet &)>;
+
+    /** The same for the packets themselves. @throws as run does */
+    tap_end run_packets(const packet_taker &take, const idler &idle, int idle_ms);
+
+    [[nodiscard]] int link_type() const { return capture_.link_type(); }
     /** Lets the idler be called also as soon as this descriptor is readable. It stays the caller's; -1 is
      * none. */
     void wake_on(int fd) { also_.push_back(fd); }
@@ -66,15 +73,14 @@ public:
     [[nodiscard]] capture_counts counts() const { return capture_.counts(); }
 
 private:
-    bool take_waiting(const taker &take, tap_end &why);
-    void take_last(const taker &take);
+    bool take_waiting(const packet_taker &take, tap_end &why);
     [[nodiscard]] int patience_ms(int idle_ms) const;
 
     capture capture_;
     datagram_assembler assembler_;
     int end_signals_;
     std::vector<int> also_;                  // descriptors that wake
-    std::chrono::milliseconds last_packets_; // for which is listened after a signal
+    std::chrono::milliseconds last_packets_; // for which is listened after a signal: the system collects them
     std::chrono::steady_clock::time_point until_;
     bool limited_;
 };

@@ -36,7 +36,9 @@ _vexa() {
     elif [[ $current == -* ]]; then
         candidates=${_vexa_options[$path]-}
     else
-        candidates="${_vexa_children[$path]-} ${_vexa_values["${_vexa_positionals[$path]-none}"]-}"
+        type=${_vexa_positionals[$path]-none}
+        candidates="${_vexa_children[$path]-} ${_vexa_values[$type]-}"
+        [[ $type != *FILE* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
     fi
     [[ -z ${candidates// /} ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
     [[ ${COMPREPLY[0]-} != *= ]] || compopt -o nospace 2>/dev/null || true
@@ -84,9 +86,11 @@ void add(tables &to, const command_node &command) {
         to.children += row(command.path, joined(command.children));
     }
     std::vector<std::string> options;
+    bool has_positional = false;
     for (const option_view &each : command.options) {
-        if (each.positional) {
-            to.positionals += row(command.path, kind_of(each));
+        if (each.positional) { // the first one; others are in words of the user's own
+            to.positionals += has_positional ? "" : row(command.path, kind_of(each));
+            has_positional = true;
             continue;
         }
         for (const std::string &name : each.names) {

@@ -31,15 +31,6 @@ std::string iso_time(int64_t time_ns) {
     return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime(seconds), time_ns % k_ns_per_s);
 }
 
-/// Nodes on the routing bus, addresses elsewhere.
-std::string way_text(const seen_message &m) {
-    const node *src = m.read.find("src");
-    const node *dst = m.read.find("dst");
-    return src != nullptr && dst != nullptr
-               ? fmt::format("{} -> {}", node_text(src->raw), node_text(dst->raw))
-               : fmt::format("{} -> {}", to_text(m.datagram.src), to_text(m.datagram.dst));
-}
-
 /// A cell of a table; quoted when it must be.
 std::string cell(const std::string &text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
@@ -98,6 +89,14 @@ std::string number_or_nothing(const seen_message &m, const char *name) {
 }
 
 } // namespace
+
+std::string way_text(const seen_message &m) {
+    const node *src = m.read.find("src");
+    const node *dst = m.read.find("dst");
+    return src != nullptr && dst != nullptr
+               ? fmt::format("{} -> {}", node_text(src->raw), node_text(dst->raw))
+               : fmt::format("{} -> {}", to_text(m.datagram.src), to_text(m.datagram.dst));
+}
 
 bool is_field_name(const std::string &name) {
     return std::ranges::any_of(formats::k_envelopes, [&](const formats::envelope *wire) {

@@ -39,6 +39,9 @@ private:
     std::vector<std::string> fields_;
 };
 
+/** "detection_tracking(9) -> vio(3)": nodes on the routing bus, addresses elsewhere. */
+std::string way_text(const seen_message &message);
+
 /** One line for people, without time and addresses: "heartbeat_set  VIO_MODE=511  (note: ...)". */
 std::string message_text(const seen_message &message);
 

@@ -114,15 +114,18 @@ public:
         }
     }
 
-    /// Takes in what has come since the last time; gives the members that have.
+    /// Takes in what has come since the last time; gives the members that have. The library says of a field
+    /// that it is set before it sets it: one that was said to be at the last look has its value by now.
     std::vector<const frame_member *> look() {
         const frame_bytes now = own_frame();
         std::vector<const frame_member *> news;
         for (const frame_member *member : shown_) {
             const bool changed = formats::read_member(now, *member) != value(*member);
-            if (changed || (!heard_.contains(member) && was_set(*member))) {
+            if (changed || (!heard_.contains(member) && announced_.contains(member))) {
                 heard_.insert(member);
                 news.push_back(member);
+            } else if (was_set(*member)) {
+                announced_.insert(member);
             }
         }
         frame_ = now;
@@ -170,6 +173,7 @@ private:
     const hb_view_options &options_;
     frame_bytes frame_;
     std::vector<const frame_member *> shown_;
+    std::set<const frame_member *> announced_; // by the library's log
     std::set<const frame_member *> heard_;
 };
 

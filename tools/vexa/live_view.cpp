@@ -66,9 +66,4 @@ void run_live(bus_tap &tap, const live_page &page, double interval_s) {
         [&] { return shown.turn(); }, k_longest_wait_ms);
 }
 
-int64_t wall_clock_ns() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
-}
-
 } // namespace vexa

@@ -28,9 +28,6 @@ struct live_page {
  */
 void run_live(bus_tap &tap, const live_page &page, double interval_s);
 
-/** Nanoseconds since 1970, UTC, as the packets' time stamps are. */
-int64_t wall_clock_ns();
-
 } // namespace vexa
 
 #endif

@@ -8,6 +8,8 @@
 #include "link_command.h"
 #include "manager_command.h"
 #include "nodes_command.h"
+#include "record_command.h"
+#include "replay_command.h"
 #include "send_command.h"
 #include "status_command.h"
 #include "subcommand.h"
@@ -24,11 +26,11 @@ using vexa::add_subcommand;
 /// A new subcommand is one row here and one line in CMakeLists.txt.
 const std::vector<add_subcommand> &subcommands() {
     static const std::vector<add_subcommand> all = {
-        vexa::add_manager_command,    vexa::add_flight_command,  vexa::add_camera_command,
-        vexa::add_send_command,       vexa::add_status_command,  vexa::add_hb_command,
-        vexa::add_nodes_command,      vexa::add_top_command,     vexa::add_echo_command,
-        vexa::add_doctor_command,     vexa::add_explain_command, vexa::add_man_command,
-        vexa::add_completion_command,
+        vexa::add_manager_command, vexa::add_flight_command, vexa::add_camera_command,
+        vexa::add_send_command,    vexa::add_status_command, vexa::add_hb_command,
+        vexa::add_nodes_command,   vexa::add_top_command,    vexa::add_echo_command,
+        vexa::add_record_command,  vexa::add_replay_command, vexa::add_doctor_command,
+        vexa::add_explain_command, vexa::add_man_command,    vexa::add_completion_command,
     };
     return all;
 }

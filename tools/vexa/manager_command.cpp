@@ -33,7 +33,8 @@ void add_manager_command(CLI::App &app, int &status) {
         ->excludes(quiet);
     command->footer(
         "\nWhile a node is active, its id is refused to every other address; the output says so.\n"
-        "Ends with a summary on SIGINT (Ctrl-C) and SIGTERM.\n\n"
+        "Ends with a summary on SIGINT (Ctrl-C) and SIGTERM.\n"
+        "As a service it is of Type=notify: READY=1 goes to NOTIFY_SOCKET once it receives.\n\n"
         "Example: a manager on a machine that has the address 192.168.1.1\n"
         "  vexa manager\n"
         "Example: the same for a program to read, on every address of the machine\n"

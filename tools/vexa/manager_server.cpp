@@ -2,10 +2,13 @@
 #include "manager_server.h"
 
 #include "bench_socket.h"
+#include "service_notify.h"
 #include "subcommand.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <fmt/core.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -126,6 +129,14 @@ private:
     std::array<uint8_t, k_datagram_bytes> buffer_{};
 };
 
+/// A service that waits for this manager goes on once it has been told. One that cannot be told is no reason
+/// to end.
+void tell_service_manager(const char *state) {
+    if (const int error = notify_service_manager(state); error != 0) {
+        fmt::print(stderr, "vexa manager: cannot tell the service manager {}: {}\n", state, strerror(error));
+    }
+}
+
 } // namespace
 
 int run_manager(const manager_options &options) {
@@ -137,6 +148,7 @@ int run_manager(const manager_options &options) {
     }
     manager_server server{options, socket->get()};
     server.output().listening(where, options.keep_alive_s, options.missed);
+    tell_service_manager("READY=1"); // from here on what arrives is kept for this program
     server.run(end_signals.get());
     return k_ok;
 }

@@ -3,6 +3,7 @@
 
 #include "live_view.h"
 #include "nodes_screen.h"
+#include "wall_clock.h"
 #include "watch_options.h"
 
 #include <algorithm>

@@ -4,6 +4,7 @@
 #include "live_view.h"
 #include "number_text.h"
 #include "top_page.h"
+#include "wall_clock.h"
 #include "watch_options.h"
 
 #include <algorithm>
