@@ -45,6 +45,8 @@ struct steady {
     const char *name;
     double hertz;
     double jitter; // of the period
+
+    friend void PrintTo(const steady &which, std::ostream *out) { *out << which.name; }
 };
 
 class Rate : public testing::TestWithParam<steady> {};

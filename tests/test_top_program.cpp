@@ -39,6 +39,8 @@ struct way_to_end {
     const char *name;
     std::function<void(on_terminal &)> end;
     int status;
+
+    friend void PrintTo(const way_to_end &which, std::ostream *out) { *out << which.name; }
 };
 
 std::vector<way_to_end> ends() {
