@@ -34,7 +34,7 @@ public:
             due_ = steady_clock::now() + interval_;
         }
         if (is_due || news.redraw || !news.keys.empty()) {
-            const screen_size size = screen_.size();
+            const screen_size size = terminal::size();
             text_screen lines = page_.draw(size);
             limit(lines, size);
             screen_.show(lines);

@@ -125,7 +125,7 @@ void terminal::take_over() {
     gone_ = !write_all(k_begin);
 }
 
-screen_size terminal::size() const {
+screen_size terminal::size() {
     winsize now{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &now) != 0 || now.ws_col == 0 || now.ws_row == 0) {
         return {};

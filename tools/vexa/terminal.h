@@ -40,7 +40,7 @@ public:
     terminal(const terminal &) = delete;
     terminal &operator=(const terminal &) = delete;
 
-    [[nodiscard]] screen_size size() const;
+    [[nodiscard]] static screen_size size();
 
     /** Shows these lines; writes only those that are others than the last time. */
     void show(const text_screen &lines);

@@ -120,6 +120,7 @@ std::string word_of(top_sort column) {
 
 void add_sort(CLI::App &command, top_sort &sort) {
     std::vector<std::pair<std::string, top_sort>> words;
+    words.reserve(k_top_sorts);
     for (int i = 0; i < k_top_sorts; ++i) {
         words.emplace_back(word_of(static_cast<top_sort>(i)), static_cast<top_sort>(i));
     }
