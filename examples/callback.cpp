@@ -4,8 +4,8 @@
 
 #include <condition_variable>
 #include <iostream>
+#include <list>
 #include <mutex>
-#include <queue>
 #include <string>
 
 namespace {
@@ -17,14 +17,14 @@ struct message {
 
 std::mutex lock;
 std::condition_variable arrived;
-std::queue<message> inbox; // guarded by `lock`
+std::list<message> inbox; // guarded by `lock`
 
 // On the I/O thread: while this runs nothing else is received, so it only puts the message aside. The payload
 // is the library's and gone when this returns. `len` counts the 16 bytes of the header.
 void on_message(void *payload, MsgExtra *extra) {
     std::string copy(static_cast<const char *>(payload), static_cast<size_t>(extra->len) - 16);
     const std::lock_guard hold(lock);
-    inbox.push({extra->src, std::move(copy)});
+    inbox.push_back({extra->src, std::move(copy)});
     arrived.notify_one();
 }
 
@@ -32,7 +32,7 @@ message next() {
     std::unique_lock hold(lock);
     arrived.wait(hold, [] { return !inbox.empty(); });
     message oldest = std::move(inbox.front());
-    inbox.pop();
+    inbox.pop_front();
     return oldest;
 }
 

@@ -77,7 +77,8 @@ std::string heartbeat_fields() {
     std::string table = "| Number | Field | Frame byte | First bit | Bits |\n|---:|---|---:|---:|---:|\n";
     for (const hb_field_t &f : k_hb_fields) {
         table += fmt::format("| {} | `{}` | {} | {} | {} |\n", static_cast<int>(f.field),
-                             k_heartbeat_rows[f.field].name, f.first_bit / 8, f.first_bit % 8, f.width);
+                             k_heartbeat_rows.at(static_cast<size_t>(f.field)).name, f.first_bit / 8,
+                             f.first_bit % 8, f.width);
     }
     return table;
 }
