@@ -269,7 +269,8 @@ TEST(BlockFile, IsCutBackToWholeBlocksWhenTheDiskIsFull) {
     } catch (const vexa::file_error &error) {
         EXPECT_THAT(error.what(), HasSubstr("File too large"));
     }
-    EXPECT_EQ(file.content(), packets::bytes_t(whole.begin(), whole.end() - blocks()[6].size()));
+    EXPECT_EQ(file.content(),
+              packets::bytes_t(whole.begin(), whole.end() - static_cast<ptrdiff_t>(blocks()[6].size())));
     const read_back got = read(file.path());
     EXPECT_EQ(got.packets, 4U);
     EXPECT_FALSE(got.cut);
