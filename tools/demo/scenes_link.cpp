@@ -14,7 +14,7 @@ using nlohmann::ordered_json;
 
 constexpr int k_sender = 9;
 constexpr int k_datagrams_a_kind = 5; // of one datagram of each kind
-constexpr auto k_link_patience = 2s;
+constexpr auto k_link_patience = 10s;
 
 /// One kind of datagram: how the node is asked for it and how the other end shows it.
 struct link_kind {
