@@ -196,7 +196,7 @@ TEST(NodesScreen, FitsEveryTerminalAndScrolls) {
     vexa::nodes_page page([&] { return heard.numbers(2); });
     page.refresh();
     for (size_t columns = 1; columns < 160; ++columns) {
-        for (const size_t rows : {1, 2, 3, 5, 24}) {
+        for (const size_t rows : std::vector<size_t>{1, 2, 3, 5, 24}) {
             const auto lines = page.draw({columns, rows});
             EXPECT_LE(lines.size(), rows);
             for (const auto &line : lines) {

@@ -241,7 +241,7 @@ TEST(TopPage, FitsEveryTerminal) {
     for (const char *keys : {"", "\t", "h", "/from 9 or to 5 or kind 4 or family user"}) {
         top.press(keys);
         for (size_t columns = 1; columns < 200; columns += 1 + columns / 20) {
-            for (const size_t rows : {1, 2, 3, 4, 5, 6, 24, 100}) {
+            for (const size_t rows : std::vector<size_t>{1, 2, 3, 4, 5, 6, 24, 100}) {
                 (void)top.lines({.columns = columns, .rows = rows}); // which looks at every line
             }
         }
