@@ -60,12 +60,13 @@ enum node_type_e_ VEXAMSG_ENUM_U32 {
 
 /** The flag byte. */
 struct flag_s {
-    VEXAMSG_BITS6(res : 3,    /**< 0 */
-                  debug : 1,  /**< a debug message */
-                  reply : 1,  /**< the sender wants a reply */
-                  form : 1,   /**< data form */
-                  final : 1,  /**< last packet of a message */
-                  start : 1); /**< first packet of a message */
+    /**
+     * From bit 0 up: `res` is 0, `debug` marks a debug message, `reply` asks for a reply, `form` is the data
+     * form, `final` marks the last packet of a message and `start` the first.
+     */
+    /** @{ */
+    VEXAMSG_BITS6(res : 3, debug : 1, reply : 1, form : 1, final : 1, start : 1);
+    /** @} */
 };
 
 // C++ compilers know the flexible arrays of C and complain that C++ does not.

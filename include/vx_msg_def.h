@@ -34,7 +34,10 @@ extern "C" {
 /** The flag byte. The node manager sets its top bit to say that a registration is accepted; nothing else is
  * used. */
 typedef struct {
+    /** From bit 0 up; 0 but for the top bit of `reserved`. */
+    /** @{ */
     VEXAMSG_BITS3(ack : 1, qos : 2, reserved : 5);
+    /** @} */
 } vx_flag_s;
 
 /** What a message is for, its `msg_type`. */

@@ -15,6 +15,7 @@
  * Gives an enum 32 bits. C++ needs it said, or a value outside the names (an unknown node's id, say) would be
  * undefined behaviour; C compilers give an enum the size of an int.
  */
+/** @{ */
 #ifdef __cplusplus
 #define VEXAMSG_ENUM_U32 : uint32_t
 #define VEXAMSG_ENUM_I32 : int32_t
@@ -22,6 +23,7 @@
 #define VEXAMSG_ENUM_U32
 #define VEXAMSG_ENUM_I32
 #endif
+/** @} */
 
 /** A layout that a compiler for this language checks. */
 #ifdef __cplusplus
@@ -35,6 +37,7 @@
  * the top, so the list is turned round there and the byte stays the same. Initialise such a structure by the
  * names of its members, never by their order.
  */
+/** @{ */
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
 #define VEXAMSG_BITS3(a, b, c) uint8_t c, b, a
 #define VEXAMSG_BITS4(a, b, c, d) uint8_t d, c, b, a
@@ -50,5 +53,6 @@
 #define VEXAMSG_BITS7(a, b, c, d, e, f, g) uint8_t a, b, c, d, e, f, g
 #define VEXAMSG_BITS8(a, b, c, d, e, f, g, h) uint8_t a, b, c, d, e, f, g, h
 #endif
+/** @} */
 
 #endif

@@ -26,13 +26,14 @@ extern "C" {
 /** Cameras and calibrations, frame bytes 0 to 7. A bit is 1 for "there" or "done" unless a field says more.
  */
 struct VPHeartbeatDevice {
+    /** What the name says, see above. No field writes the gimbal_camera_ bits of bytes 1 and 2. */
+    /** @{ */
     VEXAMSG_BITS7(environment_light : 2, stereo_camera_head1 : 1, stereo_camera_head2 : 1,
                   stereo_camera_rear1 : 1, stereo_camera_rear2 : 1, stereo_camera_bottom1 : 1,
                   stereo_camera_bottom2 : 1);
     VEXAMSG_BITS8(stereo_camera_right1 : 1, stereo_camera_right2 : 1, stereo_camera_left1 : 1,
                   stereo_camera_left2 : 1, stereo_camera_top1 : 1, stereo_camera_top2 : 1,
-                  gimbal_camera_prior : 1,
-                  gimbal_camera_minor : 1); /**< no field writes the gimbal_camera_ bits */
+                  gimbal_camera_prior : 1, gimbal_camera_minor : 1);
     VEXAMSG_BITS8(gimbal_camera_therm : 1, stereo_calib_head : 1, stereo_calib_rear : 1,
                   stereo_calib_bottom : 1, stereo_calib_right : 1, stereo_calib_left : 1,
                   stereo_calib_top : 1, gimbal_calib_prior : 1);
@@ -42,11 +43,14 @@ struct VPHeartbeatDevice {
     VEXAMSG_BITS5(bottom_flash_state : 3, overheat : 1, wifi_enable : 1, wifi_status : 1,
                   stereo_calib_head_status : 2);
     VEXAMSG_BITS3(stereo_calib_rear_status : 2, stereo_calib_bottom_status : 2, unused : 4);
+    /** @} */
     uint8_t unused_bytes[2]; /**< 0 */
 };
 
 /** Mode and rate of each core task, frame bytes 8 to 27. */
 struct VPHeartbeatCore {
+    /** As the task's node has set it. */
+    /** @{ */
     uint8_t vision_machine_mode;
     uint8_t vision_machine_rate;
     uint8_t calib_machine_mode;
@@ -67,35 +71,39 @@ struct VPHeartbeatCore {
     uint8_t detection_tracking_rate;
     uint8_t mapping_pathplanning_mode;
     uint8_t mapping_pathplanning_rate;
+    /** @} */
 };
 
 /** What is shown, what is enabled, and the work mode, frame bytes 40 to 49. */
 struct VPHeartbeatTask {
+    /** 1 for "shown" or "enabled". No field writes enable_vio. */
+    /** @{ */
     VEXAMSG_BITS8(show_head_radar : 1, show_rear_radar : 1, show_bottom_radar : 1, show_right_radar : 1,
                   show_left_radar : 1, show_top_radar : 1, show_omni_radar : 1, show_prior_radar : 1);
     VEXAMSG_BITS8(enable_head_soa : 1, enable_rear_soa : 1, enable_bottom_soa : 1, enable_right_soa : 1,
                   enable_left_soa : 1, enable_top_soa : 1, enable_omni_soa : 1, enable_prior_soa : 1);
     VEXAMSG_BITS4(enable_secure_landing : 1, enable_precise_landing : 1, enable_vio : 1,
-                  enable_reserved_function : 5); /**< no field writes enable_vio */
-    uint8_t reserved_global_setting[5];          /**< never written */
-    uint8_t work_mode;
-    uint8_t work_status;
+                  enable_reserved_function : 5);
+    /** @} */
+    uint8_t reserved_global_setting[5]; /**< never written */
+    uint8_t work_mode;                  /**< as its node has set it */
+    uint8_t work_status;                /**< as its node has set it */
 };
 
 /** The whole frame. Its 6 trailing bytes fill it up to a multiple of 8 and are 0. */
 struct VPHeartbeatFrame {
     union {
-        uint64_t data; /**< the 8 bytes as one little-endian word */
-        struct VPHeartbeatDevice details;
-    } device;
+        uint64_t data;                    /**< the 8 bytes as one little-endian word */
+        struct VPHeartbeatDevice details; /**< the same by name */
+    } device;                             /**< bytes 0 to 7 */
     union {
-        uint8_t data[32]; /**< bytes 20 to 31 have no name and are never written */
-        struct VPHeartbeatCore details;
-    } core;
+        uint8_t data[32];               /**< bytes 20 to 31 have no name and are never written */
+        struct VPHeartbeatCore details; /**< the same by name */
+    } core;                             /**< bytes 8 to 39 */
     union {
-        uint8_t data[10];
-        struct VPHeartbeatTask details;
-    } task;
+        uint8_t data[10];               /**< as bytes */
+        struct VPHeartbeatTask details; /**< the same by name */
+    } task;                             /**< bytes 40 to 49 */
 };
 
 VX_STATIC_ASSERT(sizeof(struct VPHeartbeatFrame) == 56 && offsetof(struct VPHeartbeatFrame, core) == 8 &&

@@ -54,12 +54,9 @@ if(VEXAMSG_BUILD_TOOLS)
     target_compile_definitions(test_manager_killed PRIVATE
         VEXA_PROGRAM="${vexa_path}" DEMO_NODE_PROGRAM="${vexa_demo_node_path}")
     add_dependencies(test_manager_killed vexa vexa_demo_node)
-    vexamsg_test(test_formats SOURCES test_formats.cpp LIBRARIES vexa_formats)
-    vexamsg_test(test_heartbeat_frame SOURCES test_heartbeat_frame.cpp LIBRARIES vexa_formats)
-    vexamsg_test(test_datagrams SOURCES test_datagrams.cpp LIBRARIES vexa_packets PCAP::PCAP)
-    vexamsg_test(test_capture SOURCES test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
-
-    vexamsg_test(test_message_filter SOURCES test_message_filter.cpp LIBRARIES vexa_message_logic)
+    vexamsg_test(test_formats SOURCES test_formats.cpp test_heartbeat_frame.cpp test_message_filter.cpp
+        LIBRARIES vexa_message_logic)
+    vexamsg_test(test_capture SOURCES test_datagrams.cpp test_capture.cpp LIBRARIES vexa_capture PCAP::PCAP)
 
     vexamsg_test(test_echo_program SOURCES test_echo_program.cpp
         LIBRARIES vexa_process nlohmann_json::nlohmann_json PCAP::PCAP)
@@ -84,8 +81,7 @@ if(VEXAMSG_BUILD_TOOLS)
         message(STATUS "test_dissector is left out; missing: tshark")
     endif()
 
-    vexamsg_test(test_recording SOURCES test_recording.cpp LIBRARIES vexa_recording_logic PCAP::PCAP)
-    vexamsg_test(test_remapping SOURCES test_remapping.cpp LIBRARIES vexa_recording_logic PCAP::PCAP)
+    vexamsg_test(test_recording SOURCES test_recording.cpp test_remapping.cpp LIBRARIES vexa_recording_logic PCAP::PCAP)
     vexamsg_test(test_pcapng SOURCES test_pcapng.cpp LIBRARIES vexa_capture vexa_process PCAP::PCAP)
     if(TSHARK_PROGRAM)
         target_compile_definitions(test_pcapng PRIVATE TSHARK_PROGRAM="${TSHARK_PROGRAM}")
@@ -105,12 +101,11 @@ if(VEXAMSG_BUILD_TOOLS)
     add_dependencies(test_link_program vexa)
 
     # The subcommands that stand on a bench: each run is a process, the other nodes are sockets.
-    foreach(name IN ITEMS send hb explain doctor)
-        vexamsg_test(test_${name}_program SOURCES test_${name}_program.cpp
-            LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json TIMEOUT 180)
-        target_compile_definitions(test_${name}_program PRIVATE VEXA_PROGRAM="${vexa_path}")
-        add_dependencies(test_${name}_program vexa)
-    endforeach()
+    vexamsg_test(test_node_programs
+        SOURCES test_send_program.cpp test_hb_program.cpp test_explain_program.cpp test_doctor_program.cpp
+        LIBRARIES vexa_process vexa_formats vexa_machine_logic nlohmann_json::nlohmann_json TIMEOUT 180)
+    target_compile_definitions(test_node_programs PRIVATE VEXA_PROGRAM="${vexa_path}")
+    add_dependencies(test_node_programs vexa)
 
     # What `vexa nodes` and `vexa top` count and draw, and the programs on a terminal.
     vexamsg_test(test_watch SOURCES test_rate_meter.cpp test_flow_table.cpp test_socket_watch.cpp test_node_watch.cpp
@@ -133,8 +128,7 @@ if(VEXAMSG_BUILD_TOOLS)
         COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo_enter.sh" "${PROJECT_SOURCE_DIR}/scripts/demo")
     set_tests_properties(DemoScript.EntersTheBenchThatIsKept PROPERTIES TIMEOUT 60)
 
-    vexamsg_test(test_soak_traffic SOURCES test_soak_traffic.cpp LIBRARIES vexa_soak_logic)
-    vexamsg_test(test_soak_account SOURCES test_soak_account.cpp LIBRARIES vexa_soak_logic)
+    vexamsg_test(test_soak_account SOURCES test_soak_traffic.cpp test_soak_account.cpp LIBRARIES vexa_soak_logic)
     vexamsg_test(test_soak_relay SOURCES test_soak_relay.cpp LIBRARIES vexa_soak_relay)
 
     vexamsg_runnable(vexa_soak_node vexa_soak_node_path) # found beside the next
@@ -147,6 +141,18 @@ if(VEXAMSG_BUILD_TOOLS)
         target_compile_definitions(test_soak PRIVATE SOAK_HEAP_WATCHED)
     endif()
     add_dependencies(test_soak vexa_soak)
+
+    if(VEXAMSG_BUILD_EXAMPLES)
+        vexamsg_test(test_examples SOURCES test_examples.cpp LIBRARIES vexa_process nlohmann_json::nlohmann_json)
+        target_compile_definitions(test_examples PRIVATE VEXA_PROGRAM="${vexa_path}")
+        foreach(name IN ITEMS wait_for_peer callback polling status broadcast heartbeat proxy report camera own_log)
+            vexamsg_runnable(example_${name} path)
+            string(TOUPPER "EXAMPLE_${name}" definition)
+            target_compile_definitions(test_examples PRIVATE ${definition}="${path}")
+            add_dependencies(test_examples example_${name})
+        endforeach()
+        add_dependencies(test_examples vexa)
+    endif()
 
     # Goes through all subcommands several times, each look at a help text being a run of the program.
     vexamsg_test(test_help_program SOURCES test_help_program.cpp

@@ -4,6 +4,7 @@
 #include "emulator.h"
 #include "packets.h"
 #include "udp_peer.h"
+#include "wait.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -148,6 +149,8 @@ TEST(LiveCaptures, PutTogetherWhatEthernetFragmented) {
                "ip link set veth_a up && ip link set veth_b up && "
                "ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev veth_a"),
         0);
+    ASSERT_TRUE(wait_until([] { return system("ip -o link show veth_a | grep -q 'state UP'") == 0; }))
+        << "what is sent before is lost";
     capture packets = capture::live("veth_b", {});
     EXPECT_EQ(packets.link_type(), DLT_EN10MB);
     udp_peer sender("10.9.9.1", 40000);

@@ -6,15 +6,14 @@
 
 #include <gtest/gtest.h>
 
-using bus::bytes;
 using bus::message;
 using vexa::flow_table;
 using vexa::message_filter;
 
 namespace {
 
-bytes key_and(unsigned key, const bytes &rest = {}) {
-    bytes payload;
+bus::bytes key_and(unsigned key, const bus::bytes &rest = {}) {
+    bus::bytes payload;
     bus::append16(payload, key);
     return bus::joined(payload, rest);
 }
@@ -24,13 +23,13 @@ vexa::flow_names names_of_only(const flow_table &table) {
     return table.all().begin()->second.names;
 }
 
-vexa::flow_names names_of(const bytes &datagram, uint16_t from, uint16_t to) {
+vexa::flow_names names_of(const bus::bytes &datagram, uint16_t from, uint16_t to) {
     flow_table table;
     table.see(captured(datagram, from, to).at(0));
     return names_of_only(table);
 }
 
-bool passes(const bytes &datagram, const std::string &filter) {
+bool passes(const bus::bytes &datagram, const std::string &filter) {
     flow_table table;
     table.see(captured(datagram, 9, 5).at(0));
     return table.all().begin()->second.sample->matches(message_filter(filter));
@@ -41,7 +40,7 @@ bool passes(const bytes &datagram, const std::string &filter) {
 TEST(FlowTable, SumsUpWhatHasTheSameEndsKindAndType) {
     flow_table table;
     for (int i = 0; i < 3; ++i) {
-        table.see(captured(message({0, 3, 5}, key_and(2, bytes(static_cast<size_t>(i)))), 3, 5).at(i));
+        table.see(captured(message({0, 3, 5}, key_and(2, bus::bytes(static_cast<size_t>(i)))), 3, 5).at(i));
     }
     ASSERT_EQ(table.all().size(), 1U);
     const vexa::rate_meter &meter = table.all().begin()->second.meter;
@@ -52,7 +51,7 @@ TEST(FlowTable, SumsUpWhatHasTheSameEndsKindAndType) {
 
 TEST(FlowTable, KeepsApartWhatDiffersInOneOfThem) {
     flow_table table;
-    for (const bytes &each :
+    for (const bus::bytes &each :
          {message({0, 3, 5}, key_and(2)), message({0, 4, 5}, key_and(2)), message({0, 3, 6}, key_and(2)),
           message({1, 3, 5}, key_and(2)), message({0, 3, 5}, key_and(6))}) {
         table.see(captured(each, 3, 5).at(0));
@@ -96,8 +95,8 @@ TEST(FlowTable, TheLinkIsToldByAddresses) {
 
 TEST(FlowTable, WhatIsMalformedOrCutIsAFlowOfItsOwn) {
     flow_table table;
-    table.see(captured(message({1, 3, 5}, bytes(10)), 3, 5).at(0));
-    table.see(captured(bus::message_saying(100, {1, 3, 5}, bytes(10)), 3, 5).at(0));
+    table.see(captured(message({1, 3, 5}, bus::bytes(10)), 3, 5).at(0));
+    table.see(captured(bus::message_saying(100, {1, 3, 5}, bus::bytes(10)), 3, 5).at(0));
     ASSERT_EQ(table.all().size(), 2U);
     EXPECT_EQ(table.all().begin()->second.names.damage, "");
     EXPECT_EQ(table.all().rbegin()->second.names.damage, "cut");
@@ -105,7 +104,7 @@ TEST(FlowTable, WhatIsMalformedOrCutIsAFlowOfItsOwn) {
 
 TEST(FlowTable, CountsWhatIsNoneOfThisSystems) {
     flow_table table;
-    EXPECT_FALSE(table.see(captured(bytes{1, 2, 3}, {1, 1}, {2, 53}).at(0)));
+    EXPECT_FALSE(table.see(captured(bus::bytes{1, 2, 3}, {1, 1}, {2, 53}).at(0)));
     EXPECT_EQ(table.others(), 1U);
     EXPECT_TRUE(table.all().empty());
 }
@@ -122,7 +121,7 @@ TEST(FlowTable, ForgetsTheLongestSilentOneWhenThereAreTooMany) {
 }
 
 TEST(FlowTable, AFilterSeesOfAFlowWhatItSeesOfItsMessages) {
-    const bytes status = message({0, 9, 5}, key_and(6, bytes(8)));
+    const bus::bytes status = message({0, 9, 5}, key_and(6, bus::bytes(8)));
     for (const char *yes : {"from 9", "to soa", "node 9", "kind 0", "type detection_objects", "family user",
                             "message status", "from 9 and not cut", ""}) {
         EXPECT_TRUE(passes(status, yes)) << yes;
@@ -131,5 +130,5 @@ TEST(FlowTable, AFilterSeesOfAFlowWhatItSeesOfItsMessages) {
          {"from 8", "to 9", "kind 1", "type 7", "family manager", "message message", "cut"}) {
         EXPECT_FALSE(passes(status, no)) << no;
     }
-    EXPECT_TRUE(passes(bus::message_saying(100, {1, 9, 5}, bytes(10)), "cut"));
+    EXPECT_TRUE(passes(bus::message_saying(100, {1, 9, 5}, bus::bytes(10)), "cut"));
 }

@@ -17,7 +17,7 @@ namespace {
 
 constexpr char k_prefix[] = "INFO src/hb_mgr hbmgr_set_hb: ";
 
-void set(HeartBeatField field, int value) {
+void set_field(HeartBeatField field, int value) {
     const HeartBeatPair pair = {field, value};
     ASSERT_EQ(hbmgr_set_hb(&pair, 1), 0);
 }
@@ -31,7 +31,7 @@ std::string line_of(const hb_rows::row &row, const std::string &hex) {
 
 std::vector<std::string> logged_by(HeartBeatField field, int value) {
     logs::clear();
-    set(field, value);
+    set_field(field, value);
     return logs::lines();
 }
 
@@ -61,7 +61,7 @@ TEST(HeartbeatLog, HasEveryChangeOfAFieldAndNoRepetition) {
     for (const hb_rows::row &row : hb_rows::all) {
         logs::clear();
         for (const int value : {0, 0, 5, 5, 5, 0, 0, 6}) {
-            set(row.field, value);
+            set_field(row.field, value);
         }
         EXPECT_THAT(logs::lines(),
                     ElementsAre(line_of(row, "0"), line_of(row, "5"), line_of(row, "0"), line_of(row, "6")))
@@ -73,7 +73,7 @@ TEST(HeartbeatLog, ComparesAllBitsOfAValue) {
     for (const hb_rows::row &row : hb_rows::all) {
         logs::clear();
         for (const int value : {5, 0x105, 0x105, INT_MIN + 0x105, INT_MIN + 0x105, 5}) {
-            set(row.field, value);
+            set_field(row.field, value);
         }
         EXPECT_THAT(logs::lines(), ElementsAre(line_of(row, "5"), line_of(row, "105"),
                                                line_of(row, "80000105"), line_of(row, "5")))
@@ -82,16 +82,16 @@ TEST(HeartbeatLog, ComparesAllBitsOfAValue) {
 }
 
 TEST(HeartbeatLog, StaysSilentHoweverOftenAValueIsRepeated) {
-    set(VIO_MODE, 2);
+    set_field(VIO_MODE, 2);
     logs::clear();
     for (int i = 0; i < 300; ++i) {
-        set(VIO_MODE, 2);
+        set_field(VIO_MODE, 2);
     }
     EXPECT_THAT(logs::lines(), IsEmpty());
 }
 
 TEST(HeartbeatLog, ShowsAChangeOfBitsThatTheFrameDoesNotKeep) {
-    set(LED, 5);
+    set_field(LED, 5);
     VPHeartbeatFrame before;
     VPHeartbeatFrame after;
     hbmgr_get_hb(&before);
@@ -101,14 +101,14 @@ TEST(HeartbeatLog, ShowsAChangeOfBitsThatTheFrameDoesNotKeep) {
 }
 
 TEST(HeartbeatLog, KeepsFieldsWithTheSameTextApart) {
-    set(SELF_CALIB_MODE, 4);
+    set_field(SELF_CALIB_MODE, 4);
     EXPECT_THAT(logged_by(SELF_CALIB_RATE, 4),
                 ElementsAre(std::string(k_prefix) + "SELF_CALIB_MODE:value 0x4\n"));
     EXPECT_THAT(logged_by(SELF_CALIB_MODE, 4), IsEmpty());
 }
 
 TEST(HeartbeatLog, KeepsFieldsWithTheSameBitsApart) {
-    set(GIMBAL_CALIB_THERM, 1);
+    set_field(GIMBAL_CALIB_THERM, 1);
     EXPECT_THAT(logged_by(GIMBAL_CAMERA_THERM, 1),
                 ElementsAre(std::string(k_prefix) + "GIMBAL_CAMERA_THERM:value 0x1\n"));
 }
@@ -129,8 +129,8 @@ TEST(HeartbeatLog, NamesEveryUnknownFieldEachTime) {
     } const rows[] = {{73, "73"}, {-1, "-1"}, {74, "74"}, {INT_MAX, "2147483647"}, {INT_MIN, "-2147483648"}};
     for (const auto &row : rows) {
         logs::clear();
-        set(static_cast<HeartBeatField>(row.field), 1);
-        set(static_cast<HeartBeatField>(row.field), 1);
+        set_field(static_cast<HeartBeatField>(row.field), 1);
+        set_field(static_cast<HeartBeatField>(row.field), 1);
         const std::string line =
             std::string(k_prefix) + "set heartbeat, " + row.text + " is a invalid field\n";
         EXPECT_THAT(logs::lines(), ElementsAre(line, line));

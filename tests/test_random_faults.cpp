@@ -130,7 +130,7 @@ TEST(FirstStart, WithoutADescriptorForTheLoopWaitsAnotherWay) {
         const free_descriptors few{6};
         // The node's socket comes before the loop; the direct sends' comes last, and is the one that is
         // missing.
-        const played p = play_scenario(node, k_id, milliseconds(1000));
+        const played p = play_scenario(node, k_id, milliseconds(3000));
         EXPECT_EQ(p.init, 0);
         EXPECT_TRUE(p.accepted);
         EXPECT_TRUE(p.heard);

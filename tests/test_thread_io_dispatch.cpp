@@ -17,8 +17,6 @@ using bus::message;
 using bus::node_under_test;
 using bus::text;
 
-constexpr char k_unit[] = "src/thread_io";
-
 vx_msg_head_t head_from_to(uint16_t src, uint16_t dst) {
     vx_msg_head_t head{};
     head.magic = VX_MSG_MAGIC;
@@ -82,7 +80,7 @@ TEST(NodeCheck, SaysWhomItRefuses) {
     nmapping_set_self(5);
     const vx_msg_head_t head = head_from_to(3, 200);
     EXPECT_EQ(node_check(&head), -1);
-    EXPECT_LOGGED(ERROR, k_unit, "node_check", "node check  error, src %u, dst %u\n",
+    EXPECT_LOGGED(ERROR, logs::k_thread_io, "node_check", "node check  error, src %u, dst %u\n",
                   "node check  error, src 3, dst 200\n");
 }
 
@@ -100,7 +98,7 @@ TEST(Dispatch, DropsAForeignMagicWhateverFollows) {
     EXPECT_TRUE(node_under_test::all_heard().empty());
     EXPECT_EQ(led(), 0U);
     EXPECT_EQ(logs::count("mgic check error\n"), 16U);
-    EXPECT_LOGGED(ERROR, k_unit, "msg_check", "mgic check error\n", "mgic check error\n");
+    EXPECT_LOGGED(ERROR, logs::k_thread_io, "msg_check", "mgic check error\n", "mgic check error\n");
 }
 
 TEST(Dispatch, AcceptsABroadcastFromAStranger) {
@@ -119,7 +117,7 @@ TEST(Dispatch, DropsWhatIsForANodeOutsideTheTable) {
     node.send(message({1, 3, 200}, text("x")));
     ASSERT_TRUE(node.settle());
     EXPECT_TRUE(node_under_test::all_heard().empty());
-    EXPECT_LOGGED(ERROR, k_unit, "node_check", "node check  error, src %u, dst %u\n",
+    EXPECT_LOGGED(ERROR, logs::k_thread_io, "node_check", "node check  error, src %u, dst %u\n",
                   "node check  error, src 3, dst 200\n");
 }
 
@@ -219,7 +217,7 @@ TEST(Dispatch, DropsKindsThatNobodyReceives) {
         node.send(message({kind, 3, 5}, text("payload")));
     }
     ASSERT_TRUE(logs::wait_for("mgr server receive irreletive msg\n", 6));
-    EXPECT_LOGGED(WARN, k_unit, "thrio_proc_message", "mgr server receive irreletive msg\n",
+    EXPECT_LOGGED(WARN, logs::k_thread_io, "thrio_proc_message", "mgr server receive irreletive msg\n",
                   "mgr server receive irreletive msg\n");
     EXPECT_EQ(logs::all().size(), 6U);
     EXPECT_TRUE(node_under_test::all_heard().empty());

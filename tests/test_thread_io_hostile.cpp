@@ -13,7 +13,6 @@ using bus::message_saying;
 using bus::node_under_test;
 using bus::record_of;
 
-constexpr char k_unit[] = "src/thread_io";
 constexpr size_t k_most_read = 8192;    // [bytes] of a datagram, header included
 constexpr size_t k_most_payload = 8176; // [bytes] of it behind the header
 
@@ -79,7 +78,7 @@ TEST(ShortDatagram, IsDroppedWithAWarning) {
     ASSERT_EQ(lines.size(), 16U);
     for (size_t size = 0; size < 16; ++size) {
         EXPECT_EQ(lines[size].level, VISION_LOG_LEVEL_WARN);
-        EXPECT_EQ(lines[size].unit, k_unit);
+        EXPECT_EQ(lines[size].unit, logs::k_thread_io);
         EXPECT_EQ(lines[size].function, "thrio_proc_message");
         EXPECT_NE(lines[size].text.find(std::to_string(size)), std::string::npos) << lines[size].text;
     }
@@ -94,7 +93,7 @@ TEST(StatusDatagram, SayingMoreThanArrivedIsDroppedWithAWarning) {
     node.send(message_saying(2, {0, 3, 5}, {}));
     ASSERT_TRUE(node.settle());
     EXPECT_EQ(lines_at(VISION_LOG_LEVEL_WARN), 3U);
-    EXPECT_EQ(logs::all()[0].unit, k_unit);
+    EXPECT_EQ(logs::all()[0].unit, logs::k_thread_io);
     EXPECT_EQ(logs::all()[0].function, "thrio_proc_message");
     for (const unsigned key : {0U, 6U, 7U}) {
         EXPECT_EQ(poll_status(key).result, 0) << key;
@@ -247,7 +246,7 @@ TEST(ManagerDatagram, SkipsRecordsOfNodesThatTheTableDoesNotHave) {
     EXPECT_EQ(nmapping_get_stat(127), 1);
     EXPECT_EQ(lines_at(VISION_LOG_LEVEL_WARN), 3U);
     const logs::line first = logs::all()[0];
-    EXPECT_EQ(first.unit, k_unit);
+    EXPECT_EQ(first.unit, logs::k_thread_io);
     EXPECT_EQ(first.function, "thrio_proc_message");
     EXPECT_NE(first.text.find("128"), std::string::npos);
 }
@@ -265,7 +264,7 @@ TEST(ManagerDatagram, WithTextsThatHaveNoEndIsUsedUpToTheirLastPlace) {
     nmapping_set_stat(10, 0);
     node_under_test::let_go();
     ASSERT_TRUE(node.flush());
-    EXPECT_LOGGED(WARN, k_unit, "on_write", "dst node (%s, %u), inactived\n",
+    EXPECT_LOGGED(WARN, logs::k_thread_io, "on_write", "dst node (%s, %u), inactived\n",
                   "dst node (0123456789abcde, 10), inactived\n");
 }
 

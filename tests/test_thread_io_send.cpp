@@ -14,8 +14,6 @@ using bus::message;
 using bus::node_under_test;
 using bus::text;
 
-constexpr char k_unit[] = "src/thread_io";
-
 const bytes k_status = {6, 0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
 
 int size_of(const bytes &payload) {
@@ -179,9 +177,9 @@ TEST(Sending, OfAnUnknownKindIsRefusedByTheThread) {
     }
     EXPECT_TRUE(node.other(3).silent());
     for (const char *line : {"Unknown msgtype 5\n", "Unknown msgtype 255\n"}) {
-        EXPECT_LOGGED(ERROR, k_unit, "on_write", "Unknown msgtype %u\n", line);
+        EXPECT_LOGGED(ERROR, logs::k_thread_io, "on_write", "Unknown msgtype %u\n", line);
     }
-    EXPECT_EQ(logs::count_of({MODULE_MSG_ROUTE, VISION_LOG_LEVEL_ERROR, k_unit, "on_write",
+    EXPECT_EQ(logs::count_of({MODULE_MSG_ROUTE, VISION_LOG_LEVEL_ERROR, logs::k_thread_io, "on_write",
                               "Unknown msgtype %u\n", "Unknown msgtype 3\n"}),
               2U);
 }
@@ -196,7 +194,7 @@ TEST(Sending, ToANodeThatHasLeftMeanwhileIsDroppedWithAWarning) {
     node_under_test::let_go();
     EXPECT_EQ(node.other(4).receive(), message({1, 9, 4}, text("y")));
     EXPECT_TRUE(node.other(3).silent());
-    EXPECT_LOGGED(WARN, k_unit, "on_write", "dst node (%s, %u), inactived\n",
+    EXPECT_LOGGED(WARN, logs::k_thread_io, "on_write", "dst node (%s, %u), inactived\n",
                   "dst node (node3, 3), inactived\n");
 }
 
@@ -209,7 +207,7 @@ TEST(Sending, BehindTheProxyDependsOnTheProxyAlone) {
     node_under_test::let_go();
     ASSERT_TRUE(node.flush());
     EXPECT_TRUE(node.other(127).silent());
-    EXPECT_LOGGED(WARN, k_unit, "on_write", "dst node (%s, %u), inactived\n",
+    EXPECT_LOGGED(WARN, logs::k_thread_io, "on_write", "dst node (%s, %u), inactived\n",
                   "dst node (node127, 127), inactived\n");
 }
 

@@ -16,7 +16,6 @@ using bus::node_under_test;
 using bus::record_of;
 using bus::table;
 
-constexpr char k_unit[] = "src/thread_io";
 constexpr char k_accepted_line[] = "receive MSTP_NODE_MGR regist success \n\r";
 constexpr char k_echo_head[] = "___________________client_receive_MSTP_NODE_MGR____________________\n";
 constexpr char k_echo_row[] = "| %7d | %16s | %16s | %8d | %4d |\n";
@@ -100,7 +99,7 @@ TEST(ManagerMessage, WithItsTopFlagBitAndNoRecordActivatesTheManagerAlone) {
     for (uint16_t id = 1; id < 128; ++id) {
         EXPECT_EQ(nmapping_get_stat(id), id == 5 ? 1 : 0) << id; // the own entry is the worker's doing
     }
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_accepted_line, k_accepted_line);
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_accepted_line, k_accepted_line);
 }
 
 TEST(ManagerMessage, AcceptsByItsTopFlagBitOnly) {
@@ -160,12 +159,12 @@ TEST(ManagerMessage, IsEchoedToTheLogEverySixtiethTime) {
     ASSERT_TRUE(node->settle());
     const std::vector<logs::line> lines = logs::all();
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_echo_head, k_echo_head);
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_echo_row,
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_echo_head, k_echo_head);
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_echo_row,
                   "|       3 |            node3 |      192.168.1.3 |     9003 |    1 |\n");
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_echo_row,
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_echo_row,
                   "|     127 |          node127 |    192.168.1.127 |     9127 |    0 |\n");
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_echo_end, k_echo_end);
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_echo_end, k_echo_end);
     EXPECT_EQ(lines[0].format, k_echo_head);
     EXPECT_EQ(lines[1].text.substr(0, 9), "|       3");
     EXPECT_EQ(lines[2].text.substr(0, 9), "|     127");
@@ -197,7 +196,7 @@ TEST(ManagerMessage, EchoEndsTextsThatHaveNoEnd) {
     }
     node->tell(table({{"abcdefghijklmnop", "1234567890123456", 9007, 7, 1}}));
     ASSERT_TRUE(node->settle());
-    EXPECT_LOGGED(INFO, k_unit, "thrio_proc_message", k_echo_row,
+    EXPECT_LOGGED(INFO, logs::k_thread_io, "thrio_proc_message", k_echo_row,
                   "|       7 |  abcdefghijklmno |  123456789012345 |     9007 |    1 |\n");
     EXPECT_EQ(entry(7).name[15], 'p'); // only the log's copy is ended
 }

@@ -25,7 +25,7 @@
 extern "C" {
 #endif
 
-typedef struct socket_io_t socket_io_t;
+typedef struct socket_io_t socket_io_t; /**< see the structure */
 
 /**
  * A datagram socket that the loop reads. The caller owns it and keeps it in place while `ev` is started; the

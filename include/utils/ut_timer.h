@@ -24,7 +24,7 @@
 extern "C" {
 #endif
 
-typedef struct ut_timer ut_timer;
+typedef struct ut_timer ut_timer; /**< see the structure */
 
 /**
  * Called on every expiry, on the loop's thread.

@@ -115,17 +115,23 @@ static_assert(offsetof(vxlink_message_head_t, magic) == 4 &&
 
 /** What is counted on one channel. Only `current_tx_seq` is ever written here; the rest is for receivers. */
 typedef struct __vxlink_status {
+    /** A receiver's own count or state; 0 here. */
+    /** @{ */
     uint8_t msg_received;
     uint8_t buffer_overrun;
     uint8_t parse_error;
     vxlink_parse_state_t parse_state;
     uint16_t packet_idx;
     uint8_t current_rx_seq[VXLINK_DEVICE_COUNT];
+    /** @} */
     uint8_t current_tx_seq[VXLINK_DEVICE_COUNT]; /**< next `seq` per `destid`; read and written atomically */
+    /** For receivers and senders of their own, per device; 0 here. */
+    /** @{ */
     uint32_t packet_rx_success_count[VXLINK_DEVICE_COUNT];
     uint32_t packet_rx_drop_count[VXLINK_DEVICE_COUNT];
     uint32_t packet_tx_success_count[VXLINK_DEVICE_COUNT];
     uint32_t packet_tx_fail_count[VXLINK_DEVICE_COUNT];
+    /** @} */
 } vxlink_status_t;
 
 /**

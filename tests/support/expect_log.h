@@ -16,6 +16,9 @@
 
 namespace logs {
 
+/** The unit that most lines of a running node come from. */
+inline constexpr char k_thread_io[] = "src/thread_io";
+
 /** The lines that are this one in every respect. */
 inline size_t count_of(const line &wanted) {
     const std::vector<line> lines = all();

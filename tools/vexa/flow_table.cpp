@@ -93,7 +93,8 @@ bool flow_table::see(const udp_datagram &datagram) {
     }
     formats::decoded read = formats::decode_as(*seen.wire, payload);
     const flow_key key = key_of(datagram, seen, read.worst());
-    flow_of(key, datagram, std::move(read)).meter.add(datagram.time_ns, datagram.wire_size);
+    auto &flow = flow_of(key, datagram, std::move(read));
+    flow.meter.add(datagram.time_ns, datagram.wire_size);
     return true;
 }
 

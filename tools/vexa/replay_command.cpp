@@ -62,7 +62,7 @@ replay_counts scan(replay_source &source) {
     replay_message message;
     while (source.next(message)) {
     }
-    const replay_counts all = source.counts();
+    replay_counts all = source.counts();
     source.rewind(0);
     return all;
 }

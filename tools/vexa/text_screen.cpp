@@ -65,7 +65,7 @@ void narrow(const text_table &table, const std::vector<size_t> &by_rank, widths 
         const size_t total = total_of(all);
         const size_t least = table.columns[i].least;
         if (total > width && all[i] && *all[i] > least) {
-            *all[i] -= std::min(total - width, *all[i] - least);
+            all[i] = *all[i] - std::min(total - width, *all[i] - least);
         }
     }
 }
