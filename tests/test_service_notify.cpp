@@ -65,7 +65,7 @@ private:
 class scratch {
 public:
     scratch() {
-        std::string name = (std::filesystem::temp_directory_path() / "notify-XXXXXX").string();
+        std::string name = (std::filesystem::temp_directory_path() / "vexa_notify_XXXXXX").string();
         path_ = mkdtemp(name.data());
     }
     ~scratch() { std::filesystem::remove_all(path_); }

@@ -42,7 +42,7 @@ constexpr int k_stream_s = 4;
 class scratch {
 public:
     scratch() {
-        std::string pattern = std::filesystem::temp_directory_path() / "vexa_bench.XXXXXX";
+        std::string pattern = std::filesystem::temp_directory_path() / "vexa_bench_XXXXXX";
         if (mkdtemp(pattern.data()) == nullptr) {
             bench::fail_errno("mkdtemp");
         }

@@ -87,7 +87,7 @@ private:
 };
 
 std::string own_directory() {
-    std::string name = std::filesystem::temp_directory_path() / "vexa-tshark-XXXXXX";
+    std::string name = std::filesystem::temp_directory_path() / "vexa_tshark_XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("cannot make a directory for a capture");
     }
