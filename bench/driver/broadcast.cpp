@@ -16,7 +16,7 @@ constexpr auto k_nodes = std::to_array<int>({1, 8, 32, 100});
 constexpr auto k_contenders =
     std::to_array<const char *>({"bare-queue", "bare-loop", "vision_brocast_msg", "lcm", "nng", "zeromq"});
 constexpr size_t k_size = 64;         // [bytes]
-constexpr double k_turn_nodes = 2000; // messages received in a turn
+constexpr double k_turn_nodes = 4000; // messages received in a turn
 constexpr int k_goal_nodes = 100;
 constexpr double k_goal = 1.01;
 
@@ -84,7 +84,7 @@ std::vector<fan_turns> measure(const settings &how, int nodes, bool one_process)
         }
     }
     const auto count = static_cast<uint32_t>(std::max(10.0, k_turn_nodes / nodes));
-    const int rounds = std::max(3, one_process ? how.rounds / 2 : how.rounds / 8);
+    const int rounds = std::max(3, one_process ? how.rounds : how.rounds / 8);
     for (int round = 0; round < rounds; ++round) {
         for (fan_turns &each : all) {
             fan one{how, each.contender, nodes, one_process};

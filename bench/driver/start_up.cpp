@@ -118,6 +118,8 @@ constexpr auto k_starters = std::to_array<starter>({
     {"start_bare", "bare libev loop, linked with the same libraries"},
     {"start_node", "node, its log lines taken by nobody"},
     {"start_node_logging", "node, its log lines written to /dev/null by the stand-in log library"},
+    {"start_threads",
+     "bare libev loop with a node's threads, pipes and sockets, linked with the same libraries"},
     {"start_bare_cxx", "bare libev loop, C++, without the library"},
     {"start_bare_c", "bare libev loop, C, without the library"},
 });

@@ -31,10 +31,17 @@ sockaddr_in address_of(uint16_t number) {
     return address;
 }
 
+int own_socket(uint16_t number) {
+    const int fd = checked(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0), "socket");
+    const sockaddr_in own = address_of(number);
+    (void)checked(bind(fd, reinterpret_cast<const sockaddr *>(&own), sizeof own), "bind");
+    return fd;
+}
+
 /// One sendto per receiver: what a broadcast of the bus is made of.
 class bare_sender : public fan_sender {
 public:
-    explicit bare_sender(uint16_t receivers) : fd_(checked(socket(AF_INET, SOCK_DGRAM, 0), "socket")) {
+    explicit bare_sender(uint16_t receivers) : fd_(own_socket(k_sender_id)) {
         for (uint16_t number = 1; number <= receivers; ++number) {
             to_.push_back(address_of(number));
         }
@@ -44,6 +51,7 @@ public:
             send_bare({fd_, to}, payload, size_bytes);
         }
     }
+    [[nodiscard]] int fd() const { return fd_; }
 
 private:
     const int fd_;
@@ -56,7 +64,13 @@ void start_node(uint16_t id, msg_call_back callback) {
     }
 }
 
-/// The same on a loop's thread, behind a queue, with a pipe that wakes it.
+void read_all(struct ev_loop * /*loop*/, ev_io *watcher, int /*events*/) {
+    alignas(8) std::array<uint8_t, k_most_datagram> datagram;
+    while (recv(watcher->fd, datagram.data(), datagram.size(), 0) >= 0) {
+    }
+}
+
+/// The same on the thread of a loop that reads the socket too, behind a queue, with a pipe that wakes it.
 class queued_sender : public fan_sender {
 public:
     explicit queued_sender(uint16_t receivers) : sender_(receivers), loop_(ev_loop_new(EVFLAG_NOENV)) {
@@ -64,6 +78,8 @@ public:
         ev_io_init(&woken_, on_woken, pipe_[0], EV_READ);
         woken_.data = this;
         ev_io_start(loop_, &woken_);
+        ev_io_init(&readable_, read_all, sender_.fd(), EV_READ);
+        ev_io_start(loop_, &readable_);
         std::thread([this] { ev_run(loop_, 0); }).detach();
     }
     void send(const uint8_t *payload, size_t size_bytes) override {
@@ -96,6 +112,7 @@ private:
     bare_sender sender_;
     struct ev_loop *const loop_;
     ev_io woken_{};
+    ev_io readable_{};
     std::array<int, 2> pipe_{};
     std::mutex lock_;
     std::deque<std::vector<uint8_t>> queue_;
@@ -129,11 +146,8 @@ void start_sockets(uint16_t first, uint16_t receivers, board &notes) {
     static std::deque<watched_socket> sockets; // which the loop points to
     struct ev_loop *loop = ev_loop_new(EVFLAG_NOENV);
     for (uint16_t number = first; number < first + receivers; ++number) {
-        const int fd = checked(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0), "socket");
-        const sockaddr_in own = address_of(number);
-        (void)checked(bind(fd, reinterpret_cast<const sockaddr *>(&own), sizeof own), "bind");
         watched_socket &made = sockets.emplace_back(watched_socket{{}, &notes});
-        ev_io_init(&made.ev, on_datagram, fd, EV_READ);
+        ev_io_init(&made.ev, on_datagram, own_socket(number), EV_READ);
         ev_io_start(loop, &made.ev);
     }
     std::thread([loop] { ev_run(loop, 0); }).detach();
