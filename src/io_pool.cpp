@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -128,8 +129,8 @@ bool make_lock(vx_mutex &lock, bool &made) {
 }
 
 void destroy_lock(vx_mutex &lock, bool &made) {
+    made = false;                              // first, for a fork in between
     (void)pthread_mutex_destroy(&lock.handle); // the gate is closed: nobody holds it
-    made = false;
 }
 
 /// What an earlier attempt has made is used again. Nobody else is here: the gates are closed.
@@ -151,13 +152,13 @@ int make_queues() VX_TSA(no_thread_safety_analysis) {
     return 0;
 }
 
-/// Nobody else is here: the gates are closed.
+/// Nobody else is here: the gates are closed. A child that is forked meanwhile releases what it finds, so it
+/// finds a queue whole or not at all.
 void release_queues() VX_TSA(no_thread_safety_analysis) {
     destroy_lock(ioctx.rxlck, rx_lock_made);
     destroy_lock(ioctx.txlck, tx_lock_made);
     for (list_t **queue : {&ioctx.sock_rxq, &ioctx.sock_txq}) {
-        list_release(*queue);
-        *queue = nullptr;
+        list_release(std::exchange(*queue, nullptr));
     }
 }
 

@@ -1,6 +1,7 @@
 // A process that runs a node and forks: the child has no node, whatever its parent was doing at that moment,
 // and the parent's node does not notice.
 #include "emulator.h"
+#include "forked.h"
 #include "log_capture.h"
 #include "node_mapping.h"
 #include "peer.h"
@@ -14,7 +15,6 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -40,25 +40,6 @@ using bus::text;
 
 constexpr uint16_t k_id = 9;
 constexpr int k_works = 42;
-
-/// A child's exit status; 128 + the signal that ended it. One that does not end is killed.
-int status_of(pid_t child) {
-    int status = 0;
-    if (!wait_until([&] { return waitpid(child, &status, WNOHANG) == child; })) {
-        (void)kill(child, SIGKILL);
-        (void)waitpid(child, &status, 0);
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-/// Does something in a child that ends with its result, without any clearing up.
-pid_t forked(const std::function<int()> &work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(work());
-    }
-    return child;
-}
 
 int works_unless_failed() {
     return testing::Test::HasFailure() ? 1 : k_works;

@@ -264,6 +264,12 @@ extern "C" void *__wrap_malloc(size_t size) {
     return ask(call::malloc).fails ? nullptr : malloc(size);
 }
 
+extern "C" void __wrap_free(void *memory);
+extern "C" void __wrap_free(void *memory) {
+    free(memory);
+    (void)ask(call::free);
+}
+
 extern "C" void *__wrap_calloc(size_t count, size_t size);
 extern "C" void *__wrap_calloc(size_t count, size_t size) {
     return ask(call::calloc).fails ? nullptr : calloc(count, size);

@@ -46,6 +46,7 @@ enum class call {
     usleep,
     malloc,
     calloc,
+    free, // never fails; its hook comes behind it
     pthread_create,
     pthread_mutex_init,
     pthread_mutex_destroy,
