@@ -33,7 +33,7 @@ public:
         argv.push_back(nullptr);
         winsize size{.ws_row = 24, .ws_col = 120, .ws_xpixel = 0, .ws_ypixel = 0};
         EXPECT_EQ(openpty(&fd_, &slave_, nullptr, nullptr, &size), 0);
-        pid_ = fork();
+        pid_ = _Fork(); // without handlers, as for any child_process
         if (pid_ == 0) {
             (void)close(fd_);
             (void)login_tty(slave_);

@@ -1,4 +1,5 @@
-// Child processes. Between fork and exec only calls that are safe in a process with other threads are made.
+// Child processes. Between fork and exec only calls that are safe in a process with other threads are made: no fork
+// handlers either, for a library's may want the memory whose lock another thread held.
 #include "child_process.h"
 
 #include "descriptors.h"
@@ -99,7 +100,7 @@ child_process::child_process(const std::vector<std::string> &args, const setting
     int error_file = how.error_file.empty() ? -1 : open_error_file(how.error_file);
     const int error = error_file >= 0 ? error_file : how.merge_errors ? childs_output : STDERR_FILENO;
     const pid_t parent = getpid();
-    pid_ = fork();
+    pid_ = _Fork();
     if (pid_ == 0) {
         become({argv.data(), childs_input, childs_output, error, parent, how.apart});
     }

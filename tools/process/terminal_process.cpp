@@ -62,7 +62,7 @@ terminal_process::terminal_process(const std::vector<std::string> &args, size_t 
     (void)fcntl(master_, F_SETFD, FD_CLOEXEC);
     (void)fcntl(slave_, F_SETFD, FD_CLOEXEC);
     const pid_t parent = getpid();
-    pid_ = fork();
+    pid_ = _Fork(); // without handlers, as for any child_process
     if (pid_ == 0) {
         become(argv.data(), slave_, parent);
     }
