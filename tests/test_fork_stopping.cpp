@@ -17,12 +17,14 @@ using bus::message;
 constexpr uint16_t k_id = 9;
 constexpr int k_works = 42;
 
-/// A child is forked at each call of this kind that the stop makes.
+/// A child is forked at each call of this kind that the stop makes on the thread that asked for it.
 std::vector<pid_t> forked_while_stopping(bus::node_under_test &node, faults::call which) {
     std::vector<pid_t> children;
     const pid_t parent = getpid();
     faults::before(which, [&children, parent] {
-        if (getpid() != parent) { // a child clears up what it finds, by the same calls
+        // Not on the node's threads, which end while others still run, and not in a child, which clears up
+        // what it finds by the same calls.
+        if (gettid() != parent) {
             return;
         }
         children.push_back(forked([] {
@@ -49,7 +51,7 @@ TEST_P(ForkWhileStopping, LeavesTheChildWhatIsWholeAndNothingElse) {
     }
     ASSERT_TRUE(node.settle());
     const std::vector<pid_t> children = forked_while_stopping(node, GetParam());
-    EXPECT_GT(children.size(), size_t{4});
+    EXPECT_GE(children.size(), size_t{4});
     for (size_t i = 0; i < children.size(); ++i) {
         EXPECT_EQ(status_of(children[i]), k_works) << "forked at the call number " << i;
     }

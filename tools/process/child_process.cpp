@@ -1,5 +1,5 @@
-// Child processes. Between fork and exec only calls that are safe in a process with other threads are made: no fork
-// handlers either, for a library's may want the memory whose lock another thread held.
+// Child processes. Between fork and exec only calls that are safe in a process with other threads are made:
+// no fork handlers either, for a library's may want the memory whose lock another thread held.
 #include "child_process.h"
 
 #include "descriptors.h"
