@@ -68,8 +68,7 @@ bool netapi::parse_ipv4(const char *text, in_addr &address) {
     if (text == nullptr) {
         return false;
     }
-    memcpy(&address.s_addr, bytes,
-           sizeof bytes); // as in the text: the first is the network's most significant
+    memcpy(&address.s_addr, bytes, sizeof bytes); // in the network's order, as in the text
     return true;
 }
 

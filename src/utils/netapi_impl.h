@@ -44,8 +44,8 @@ inline int fd_of(const net_sockfd_t *sockobj) {
     return sockobj == nullptr ? -1 : sockobj->sockfd;
 }
 
-/// Reads four decimal numbers between dots, and nothing else, as inet_pton does; in a third of its time, and
-/// every message that is sent comes by here. Leaves the address zero for a text that is none.
+/// Reads four decimal numbers between dots, and nothing else, as inet_pton does, but without a call out of
+/// the library: every message that is sent comes by here. Leaves the address zero for a text that is none.
 bool parse_ipv4(const char *text, in_addr &address);
 
 /// An IPv4 address for the kernel.
